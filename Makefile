@@ -1,0 +1,55 @@
+# Two commands for a fresh Debian 12 machine (run as root, or with sudo at hand):
+#   make test   install what is missing, build Debug with ASan+UBSan, run every test
+#   make run    install what is missing, build Release, make maps for the example rig
+
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+CXX_COMPILER ?= g++
+C_COMPILER ?= gcc
+
+# Debian packages the project builds, tests and runs with.
+PACKAGES := cmake ninja-build g++ clang pkg-config \
+            libgtest-dev libgmock-dev libbenchmark-dev \
+            libtinyxml2-dev android-liblog-dev \
+            libcli11-dev libyaml-cpp-dev libopencv-dev python3-numpy
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: deps test test-clang test-android-log run bench install-check clean
+
+deps:
+	@missing=$$(for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || echo $$p; done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:" $$missing; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+build/debug/build.ninja: | deps
+	cmake -S . -B build/debug -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAR_SANITIZE=ON \
+	  -DCMAKE_CXX_COMPILER=$(CXX_COMPILER) -DCMAKE_C_COMPILER=$(C_COMPILER)
+
+test: deps build/debug/build.ninja
+	cmake --build build/debug -j $(JOBS)
+	cd build/debug && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+# The same suite built by clang, with the Android log backend (liblog).
+test-clang: deps
+	cmake -S . -B build/clang -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAR_SANITIZE=ON \
+	  -DAR_ANDROID_LOG=ON -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+	cmake --build build/clang -j $(JOBS)
+	cd build/clang && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+build/release/build.ninja: | deps
+	cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DAR_BUILD_TESTS=OFF
+
+bench: deps build/release/build.ninja
+	cmake --build build/release -j $(JOBS)
+	@for b in build/release/bench/*_bench; do [ -x "$$b" ] && "$$b"; done
+
+clean:
+	rm -rf build maps

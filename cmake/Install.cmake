@@ -1,0 +1,38 @@
+# The one shared library: every component, whole, behind hidden visibility.
+get_property(_ar_components GLOBAL PROPERTY AR_COMPONENTS)
+get_property(_ar_include_dirs GLOBAL PROPERTY AR_INCLUDE_DIRS)
+list(REMOVE_DUPLICATES _ar_include_dirs)
+
+add_library(StereoRectifyWrapper SHARED cmake/empty.cc)
+target_link_libraries(StereoRectifyWrapper PRIVATE
+  "$<LINK_LIBRARY:WHOLE_ARCHIVE,${_ar_components}>")
+target_link_libraries(StereoRectifyWrapper PUBLIC tinyxml2::tinyxml2 Threads::Threads)
+target_link_options(StereoRectifyWrapper PRIVATE -Wl,--no-undefined)
+foreach(_dir IN LISTS _ar_include_dirs)
+  target_include_directories(StereoRectifyWrapper PUBLIC $<BUILD_INTERFACE:${_dir}>)
+  install(DIRECTORY ${_dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+endforeach()
+target_include_directories(StereoRectifyWrapper INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+set_target_properties(StereoRectifyWrapper PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+add_library(StereoRectifyWrapper::StereoRectifyWrapper ALIAS StereoRectifyWrapper)
+
+install(TARGETS StereoRectifyWrapper EXPORT StereoRectifyWrapperTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(EXPORT StereoRectifyWrapperTargets NAMESPACE StereoRectifyWrapper::
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/StereoRectifyWrapper)
+
+include(CMakePackageConfigHelpers)
+configure_package_config_file(cmake/StereoRectifyWrapperConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/StereoRectifyWrapperConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/StereoRectifyWrapper)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/StereoRectifyWrapperConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/StereoRectifyWrapperConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/StereoRectifyWrapperConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/StereoRectifyWrapper)
+
+configure_file(cmake/StereoRectifyWrapper.pc.in ${CMAKE_CURRENT_BINARY_DIR}/StereoRectifyWrapper.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/StereoRectifyWrapper.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
