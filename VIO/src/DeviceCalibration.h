@@ -1,0 +1,29 @@
+#pragma once
+
+#include "AR/CV/Camera/StereoCamera.h"
+#include "AR/Math/SE3.h"
+#include "StereoRectifyWrapperTypes.h"
+
+namespace VIO {
+
+/// Pose record to rigid transform: the quaternion is rounded to float,
+/// normalised (a zero quaternion is a fatal error, "length>0"), turned into a
+/// rotation matrix and re-orthogonalised; the position is rounded to float.
+AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose);
+
+/// Converts cameras 0 and 1 of `device` into a two-camera rig:
+/// "trackingA0" at the identity pose (the rig's reference frame) and
+/// "trackingB1" at the relative pose T1 * T0^-1, each with the fixed feature
+/// noise variance 81 (the record's noise fields are ignored). Fills `frame`
+/// with the header vectors, camera 0's inverse pose and its integer field;
+/// the caller zeroes `frame` beforehand. Both cameras are always attempted;
+/// returns true when both were initialised. Reads camera slots 0 and 1
+/// whatever `num_cameras` says.
+bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
+                               AR::CV::FullStereoCameraCalibration<float>& calibration,
+                               DeviceFrameParams& frame);
+
+}  // namespace VIO
+
+using VIO::deviceToStereoCalibration;
+using VIO::toXRRD;
