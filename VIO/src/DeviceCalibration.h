@@ -6,6 +6,11 @@
 
 namespace VIO {
 
+/// Feature-noise variance (pixels squared, in x and in y) of every camera
+/// converted from a device record: the record's noise fields are output-only
+/// (written back as the standard deviation, 9 pixels).
+constexpr float kDeviceCameraNoiseVariance = 81.0f;
+
 /// Pose record to rigid transform: the quaternion is rounded to float,
 /// normalised (a zero quaternion is a fatal error, "length>0"), turned into a
 /// rotation matrix and re-orthogonalised; the position is rounded to float.

@@ -48,6 +48,8 @@ class AR_EXPORT FullStereoCameraCalibration : public std::vector<FullCamera<PREC
   /// The first camera with this id. An unknown id is logged and reported;
   /// the result is then an uninitialised camera with an empty id (test with
   /// isInitialized() or getCamId().empty()), never a position past the end.
+  /// That camera belongs to the calling thread and is reset on every miss,
+  /// so writing to it changes nothing that matters.
   const FullCamera<PREC>& operator[](const CamImageId& camId) const;
   FullCamera<PREC>& operator[](const CamImageId& camId);
   using Base::operator[];
@@ -65,9 +67,6 @@ class AR_EXPORT FullStereoCameraCalibration : public std::vector<FullCamera<PREC
  private:
   std::string mDeviceUID;
   mutable std::vector<CamImageId> mCamIdCache;
-  /// Returned by the mutable lookup for an unknown id; reset on every miss so
-  /// that it is always an uninitialised camera without a name.
-  FullCamera<PREC> mMissingCamera;
 };
 
 }  // namespace CV

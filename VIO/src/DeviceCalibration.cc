@@ -1,0 +1,121 @@
+#include "DeviceCalibration.h"
+
+#include <cmath>
+
+#include "AR/Math/SE3.h"
+#include "CameraModel/CameraModel.h"
+
+namespace VIO {
+
+namespace {
+
+using AR::Math::Matrix;
+using AR::Math::Vector;
+
+/// Rotation vector (unit axis times angle) of a rotation matrix.
+Vector<float, 3> rotationVector(const Matrix<float, 3, 3>& R) {
+  Vector<float, 3> axis;
+  float angle = 0.0f;
+  AR::Math::matrix2AxisAngle(R, axis, angle);
+  return axis * angle;
+}
+
+void storeVector(DeviceFrameParams& frame, int first, const Vector<float, 3>& v) {
+  for (int i = 0; i < 3; ++i) frame.values[first + i] = v(i);
+}
+
+void storeHeaderVector(DeviceFrameParams& frame, int first, const double (&v)[3]) {
+  for (int i = 0; i < 3; ++i) frame.values[first + i] = static_cast<float>(v[i]);
+}
+
+/// The internal camera model of one camera record: float parameters in the
+/// model's order (principal point before focal length, as in the record), the
+/// fixed noise variance, and the valid distortion range narrowed.
+CamModel::CameraModel<float> cameraModelFromRecord(const CameraCalibrationMRV& cam) {
+  CamModel::CameraModel<float> model;
+  model.size = Vector<float, 2>(static_cast<float>(cam.width), static_cast<float>(cam.height));
+  model.principalPoint = Vector<float, 2>(static_cast<float>(cam.cx), static_cast<float>(cam.cy));
+  model.focalLength = Vector<float, 2>(static_cast<float>(cam.fx), static_cast<float>(cam.fy));
+  for (int i = 0; i < 6; ++i) model.radialDistortionCoeffs(i) = static_cast<float>(cam.k[i]);
+  for (int i = 0; i < 2; ++i) model.tangentialDistortionCoeffs(i) = static_cast<float>(cam.p[i]);
+  model.model = static_cast<DistortionModel>(static_cast<uint32_t>(cam.distortionModel));
+  model.maxValidDistortionRSq = 81.0f;
+  model.maxValidUndistortionRSq = 81.0f;
+  model.setupValidDistortionRange();
+  return model;
+}
+
+}  // namespace
+
+AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose) {
+  Vector<float, 4> q(static_cast<float>(pose.orientation.x), static_cast<float>(pose.orientation.y),
+                     static_cast<float>(pose.orientation.z), static_cast<float>(pose.orientation.w));
+  AR::Math::normalize(q);
+  const float x = q(0);
+  const float y = q(1);
+  const float z = q(2);
+  const float w = q(3);
+
+  const Matrix<float, 3, 3> R(1.0f - 2.0f * (y * y + z * z), 2.0f * (x * y - z * w), 2.0f * (x * z + y * w),
+                        2.0f * (x * y + z * w), 1.0f - 2.0f * (x * x + z * z), 2.0f * (y * z - x * w),
+                        2.0f * (x * z - y * w), 2.0f * (y * z + x * w), 1.0f - 2.0f * (x * x + y * y));
+
+  const Vector<float, 3> t(static_cast<float>(pose.position.x), static_cast<float>(pose.position.y),
+                           static_cast<float>(pose.position.z));
+  // Making the SO3 from a matrix re-orthogonalises it (one enforceRotation step).
+  return AR::Math::SE3<float>(AR::Math::SO3<float>(R), t);
+}
+
+bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
+                               AR::CV::FullStereoCameraCalibration<float>& calibration,
+                               DeviceFrameParams& frame) {
+  const CameraCalibrationMRV& cam0 = device->cameras[0];
+  const CameraCalibrationMRV& cam1 = device->cameras[1];
+
+  // 1. Header vectors and camera 0's integer field.
+  for (int i = 12; i < 18; ++i) frame.values[i] = 0.0f;
+  storeHeaderVector(frame, 0, device->headerVectorD);
+  storeHeaderVector(frame, 3, device->headerVectorB);
+  storeHeaderVector(frame, 6, device->headerVectorC);
+  storeHeaderVector(frame, 9, device->headerVectorA);
+  frame.values[27] = static_cast<float>(cam0.cameraIntegerField);
+
+  // 2. The reference rotation (identity).
+  storeVector(frame, 18, rotationVector(Matrix<float, 3, 3>::identity()));
+
+  // 3. Camera 0's inverse pose: device-from-camera 0.
+  const AR::Math::SE3<float> T0 = toXRRD(cam0.pose);
+  const Matrix<float, 3, 3> R0 = T0.rotation().matrix();
+  const Matrix<float, 3, 3> R0t = R0.transpose();
+  const Vector<float, 3> R0tT0 = R0t * T0.translation();
+  storeVector(frame, 21, rotationVector(R0t));
+  storeVector(frame, 24, -R0tT0);
+
+  // 4. Two placeholder cameras.
+  calibration.setupEmptyCalibrationWithDefaultIds(2);
+
+  // 5. Camera 0 defines the rig's reference frame.
+  const AR::Math::SE3<float> pose0(AR::Math::SO3<float>(Matrix<float, 3, 3>::identity()),
+                                   Vector<float, 3>());
+
+  // 6. Camera 1 relative to camera 0: T1 * T0^-1. The translation uses the
+  // factors before re-orthogonalisation.
+  const AR::Math::SE3<float> T1 = toXRRD(cam1.pose);
+  const Matrix<float, 3, 3> R1 = T1.rotation().matrix();
+  const Vector<float, 3> t10 = T1.translation() - R1 * R0tT0;
+  const AR::Math::SE3<float> pose1(AR::Math::SO3<float>(R1 * R0t), t10);
+
+  // 7. Intrinsic models, camera 0 first.
+  const CamModel::CameraModel<float> model0 = cameraModelFromRecord(cam0);
+  const CamModel::CameraModel<float> model1 = cameraModelFromRecord(cam1);
+
+  // 8., 9. Both cameras are always attempted.
+  const AR::CV::CaptureDetails noCapture;
+  const bool ok0 = calibration[0].init(model0, pose0, AR::CV::CamImageId("trackingA0"), false, 0.0f,
+                                       noCapture, 0.0);
+  const bool ok1 = calibration[1].init(model1, pose1, AR::CV::CamImageId("trackingB1"), false, 0.0f,
+                                       noCapture, 0.0);
+  return ok0 && ok1;
+}
+
+}  // namespace VIO
