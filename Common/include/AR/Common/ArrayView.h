@@ -68,7 +68,7 @@ class ArrayView {
   ITEM& operator[](size_t idx) {
     if (!(idx < numItems_)) {
       logError("idx<numItems", "Common/include/AR/Common/ArrayView",
-               "ITEM &AR::Common::ArrayView<ITEM>::operator[](size_t)", 105);
+               "ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t)", 105);
       return placeholder();
     }
     return items_[idx];
@@ -77,7 +77,7 @@ class ArrayView {
   const ITEM& operator[](size_t idx) const {
     if (!(idx < numItems_)) {
       logError("idx<numItems", "Common/include/AR/Common/ArrayView",
-               "const ITEM &AR::Common::ArrayView<ITEM>::operator[](size_t) const", 112);
+               "const ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t) const", 112);
       return placeholder();
     }
     return items_[idx];
@@ -102,7 +102,7 @@ class ArrayView {
       return item;
     } else {
       ::AR::Common::fatalAssertFailed("idx<numItems", "Common/include/AR/Common/ArrayView",
-                                      "ITEM &AR::Common::ArrayView<ITEM>::operator[](size_t)");
+                                      "ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t)");
     }
   }
 

@@ -1,0 +1,31 @@
+# Shared by all three entry points: bounded writes into caller buffers, safe
+# size conversions, and copying maps into plain arrays.
+ar_add_component(ARVIOMapBuffers
+  SOURCES
+    src/EntryPointRules.cc
+    src/MapBuffers.cc
+  INCLUDE_DIR include
+  DEPS ARCVImage ARMath ARCommon)
+target_include_directories(ARVIOMapBuffers PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/src)
+target_link_libraries(ARVIO INTERFACE ARVIOMapBuffers)
+
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMap.cc)
+  # The undistortion map builder and CreateUndistortMap.
+  set(_ar_undistort_sources src/UndistortMap.cc)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMapEntry.cc)
+    list(APPEND _ar_undistort_sources src/UndistortMapEntry.cc)
+  endif()
+  ar_add_component(ARVIOUndistort
+    SOURCES ${_ar_undistort_sources}
+    INCLUDE_DIR include
+    DEPS ARVIOMapBuffers ARVIODevice ARCVStereoCamera ARCVCamera ARCVImage ARCameraModel ARMath
+         ARCommon)
+  target_include_directories(ARVIOUndistort PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/src)
+  target_link_libraries(ARVIO INTERFACE ARVIOUndistort)
+endif()
+
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/EntryPointRules_test.cc)
+  ar_add_test(vio_undistort_rules_test
+    SOURCES src/EntryPointRules_test.cc src/MapBuffers_test.cc
+    DEPS ARVIOMapBuffers)
+endif()
