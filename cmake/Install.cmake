@@ -4,8 +4,16 @@ get_property(_ar_include_dirs GLOBAL PROPERTY AR_INCLUDE_DIRS)
 list(REMOVE_DUPLICATES _ar_include_dirs)
 
 add_library(StereoRectifyWrapper SHARED cmake/empty.cc)
-target_link_libraries(StereoRectifyWrapper PRIVATE
-  "$<LINK_LIBRARY:WHOLE_ARCHIVE,${_ar_components}>")
+foreach(_component IN LISTS _ar_components)
+  # The components' objects themselves, so nothing is dropped for being
+  # unreferenced inside the library.
+  target_sources(StereoRectifyWrapper PRIVATE $<TARGET_OBJECTS:${_component}>)
+  add_dependencies(StereoRectifyWrapper ${_component})
+endforeach()
+# Linking the archives as well brings in their own dependencies (tinyxml2,
+# threads, Android's liblog); their members are already defined by the objects
+# above, so none is pulled in twice.
+target_link_libraries(StereoRectifyWrapper PRIVATE ${_ar_components})
 target_link_libraries(StereoRectifyWrapper PUBLIC tinyxml2::tinyxml2 Threads::Threads)
 target_link_options(StereoRectifyWrapper PRIVATE -Wl,--no-undefined)
 foreach(_dir IN LISTS _ar_include_dirs)
