@@ -48,7 +48,7 @@ bool isGoodVector(const Vector<T, N>& v, bool allowTiny) {
     auto& logger = AR::Common::Logger::getInstance();
     if (logger.getLevel() >= AR::Common::Logger::LEVEL_ERROR)
       logger.logEx2(AR::Common::Logger::LEVEL_ERROR, "Math/include/AR/Math/MathDebugging",
-                    "bool AR::Math::isGoodVector(const AR::Math::Vector<T, N>&, bool)", __LINE__,
+                    "bool AR::Math::isGoodVector(const Vector<T, N>&, bool)", __LINE__,
                     "(element %zu in vector)", static_cast<size_t>(i));
     return false;
   }

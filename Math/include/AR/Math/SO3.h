@@ -80,11 +80,11 @@ class AR_EXPORT SO3 {
 template <typename T>
 Vector<T, 3> makeso3FromTo(const Vector<T, 3>& from, const Vector<T, 3>& to) {
   AR_FATAL_ASSERT(!isZero(from), "!isZero(from)", "Math/include/AR/Math/SO3",
-                  "AR::Math::Vector<T, 3> AR::Math::makeso3FromTo(const AR::Math::Vector<T, 3>&, "
-                  "const AR::Math::Vector<T, 3>&)");
+                  "AR::Math::Vector<T, 3> AR::Math::makeso3FromTo(const Vector<T, 3>&, "
+                  "const Vector<T, 3>&)");
   AR_FATAL_ASSERT(!isZero(to), "!isZero(to)", "Math/include/AR/Math/SO3",
-                  "AR::Math::Vector<T, 3> AR::Math::makeso3FromTo(const AR::Math::Vector<T, 3>&, "
-                  "const AR::Math::Vector<T, 3>&)");
+                  "AR::Math::Vector<T, 3> AR::Math::makeso3FromTo(const Vector<T, 3>&, "
+                  "const Vector<T, 3>&)");
   Vector<T, 3> axis = cross(from, to);
   if (isZero(axis) && dot(from, to) < T(0)) {
     // Opposite: any axis perpendicular to `from` works; from x (from + e)

@@ -80,8 +80,7 @@ void matrix2AxisAngle(const Matrix<T, 3, 3>& R, Vector<T, 3>& axis, T& angle) {
         break;
       default:
         AR_FATAL_ASSERT(false, "0", "Math/include/AR/Math/internal/MatrixFunctions",
-                        "void AR::Math::matrix2AxisAngle(const AR::Math::Matrix<T, 3, 3>&, "
-                        "AR::Math::Vector<T, 3>&, T&)");
+                        "void AR::Math::matrix2AxisAngle(const Matrix<T, 3, 3>&, Vector<T, 3>&, T&)");
     }
     if (dot(s, axis) < T(0)) axis = -axis;
   } else {

@@ -56,24 +56,26 @@ bool isZero(const Vector<T, N>& v) {
   return true;
 }
 
-/// Scales v to unit length in place (multiplies by 1 / length). A vector of
-/// length 0 (or NaN) has no direction: that is a programming error and aborts
-/// with "length>0".
+/// Scales v to unit length in place: the squared length is summed in index
+/// order and every element multiplied by 1 / sqrt(squared length). A vector
+/// whose squared length is not positive (zero, NaN, or so short that its square
+/// underflows) has no direction: that is a programming error and aborts with
+/// "length>0".
 template <typename T, int N>
 void normalize(Vector<T, N>& v) {
   const T squaredLength = squaredNorm(v);
   AR_FATAL_ASSERT(squaredLength > T(0), "length>0", "Math/include/AR/Math/internal/VectorFunctions",
-                  "void AR::Math::normalize(AR::Math::Vector<T, N>&)");
+                  "void AR::Math::normalize(Vector<T, N>&)");
   const T inverseLength = T(1) / std::sqrt(squaredLength);
   for (int i = 0; i < N; ++i) v(i) *= inverseLength;
 }
 
-/// v / norm(v). Aborts with "length>0" for a zero (or NaN) vector.
+/// v / norm(v). Aborts with "length>0" when the length is not positive.
 template <typename T, int N>
 Vector<T, N> unit(const Vector<T, N>& v) {
   const T length = norm(v);
   AR_FATAL_ASSERT(length > T(0), "length>0", "Math/include/AR/Math/internal/VectorFunctions",
-                  "AR::Math::Vector<T, N> AR::Math::unit(const AR::Math::Vector<T, N>&)");
+                  "AR::Math::Vector<T, N> AR::Math::unit(const Vector<T, N>&)");
   return v / length;
 }
 
@@ -92,13 +94,11 @@ Vector<T, 3> perpendicular(const Vector<T, 3>& v, Vector<T, 3> t) {
   AR_FATAL_ASSERT(Math::fabs(Math::norm(perpendicular) - 1) < 1e-4,
                   "Math::fabs(Math::norm(perpendicular) - 1) < 1e-4",
                   "Math/include/AR/Math/internal/VectorFunctions",
-                  "AR::Math::Vector<T, 3> AR::Math::perpendicular(const AR::Math::Vector<T, 3>&, "
-                  "AR::Math::Vector<T, 3>)");
+                  "AR::Math::Vector<T, 3> AR::Math::perpendicular(const Vector<T, 3>&, Vector<T, 3>)");
   // Signed on purpose: only a clearly positive component along v is an error.
   AR_FATAL_ASSERT(dot(v, perpendicular) < 1e-4, "dot(v, perpendicular) < 1e-4",
                   "Math/include/AR/Math/internal/VectorFunctions",
-                  "AR::Math::Vector<T, 3> AR::Math::perpendicular(const AR::Math::Vector<T, 3>&, "
-                  "AR::Math::Vector<T, 3>)");
+                  "AR::Math::Vector<T, 3> AR::Math::perpendicular(const Vector<T, 3>&, Vector<T, 3>)");
   return perpendicular;
 }
 
