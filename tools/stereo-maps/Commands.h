@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "CalibrationInput.h"
+
+namespace StereoMaps {
+
+/// Options every subcommand shares.
+struct CommonOptions {
+  std::string calib;  // empty: the bundled example rig
+  CalibrationFormat format = CalibrationFormat::Auto;
+  std::string out = "maps";
+  bool allowOutOfImage = false;
+  std::string leftImage, rightImage;  // optional inputs instead of the synthetic scene
+};
+
+/// Exit codes: 0 success, 2 for any input or output error (reported on
+/// standard error as one line naming the file).
+constexpr int kExitOk = 0;
+constexpr int kExitError = 2;
+
+int runRectify(const CommonOptions& options);
+int runUndistort(const CommonOptions& options, float fovFactor);
+int runSeeThrough(const CommonOptions& options, float planeDepth);
+int runInfo(const CommonOptions& options);
+
+}  // namespace StereoMaps

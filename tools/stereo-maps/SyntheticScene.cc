@@ -1,0 +1,137 @@
+#include "SyntheticScene.h"
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include <AR/CV/Camera/Camera.h>
+
+namespace StereoMaps {
+namespace {
+
+using Vec2 = AR::Math::Vector<double, 2>;
+using Vec3 = AR::Math::Vector<double, 3>;
+using Vec6 = AR::Math::Vector<double, 6>;
+
+double dot3(const double* a, const double* b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+
+/// A textured rectangle (or an unbounded plane when the half extents are
+/// infinite) in camera 0's frame.
+struct Panel {
+  double centre[3];
+  double u[3];  // unit, in the plane
+  double v[3];  // unit, in the plane, perpendicular to u
+  double halfU, halfV;
+  double square;  // checker size in metres; stripes when `stripes` is set
+  bool stripes;
+  unsigned char dark, light;
+};
+
+std::vector<Panel> makeScene() {
+  const double inf = std::numeric_limits<double>::infinity();
+  const double c = std::cos(0.6), s = std::sin(0.6);
+  const double tilt = std::sqrt(0.5);
+  return {
+      // Back wall at 5 m.
+      {{0, 0, 5.0}, {1, 0, 0}, {0, 1, 0}, inf, inf, 0.25, false, 70, 190},
+      // Floor 1.2 m below the camera, from the camera to the wall.
+      {{0, 1.2, 3.0}, {1, 0, 0}, {0, 0, 1}, inf, 2.0, 0.4, false, 40, 140},
+      // A board turned 34 degrees about the vertical, left, at about 2 m.
+      {{-0.65, -0.1, 2.0}, {c, 0, s}, {0, 1, 0}, 0.45, 0.55, 0.1, false, 20, 235},
+      // A striped board leaning back, right, at 3 m.
+      {{0.8, 0.1, 3.0}, {1, 0, 0}, {0, tilt, -tilt}, 0.6, 0.5, 0.08, true, 30, 220},
+      // A small fine checkerboard close by, at 1.1 m.
+      {{0.12, -0.3, 1.1}, {1, 0, 0}, {0, 1, 0}, 0.2, 0.12, 0.04, false, 0, 255},
+  };
+}
+
+unsigned char shade(const Panel& p, double a, double b) {
+  long ia = static_cast<long>(std::floor(a / p.square));
+  long ib = static_cast<long>(std::floor(b / p.square));
+  bool on = p.stripes ? (ia & 1) != 0 : ((ia + ib) & 1) != 0;
+  return on ? p.light : p.dark;
+}
+
+/// Grey value seen along the ray origin + lambda * dir (camera 0's frame), or
+/// -1 when the ray hits nothing.
+int trace(const std::vector<Panel>& scene, const double* origin, const double* dir) {
+  double best = std::numeric_limits<double>::infinity();
+  int value = -1;
+  for (const Panel& p : scene) {
+    double n[3] = {p.u[1] * p.v[2] - p.u[2] * p.v[1], p.u[2] * p.v[0] - p.u[0] * p.v[2],
+                   p.u[0] * p.v[1] - p.u[1] * p.v[0]};
+    const double denom = dot3(n, dir);
+    if (std::fabs(denom) < 1e-12) continue;
+    double rel[3] = {p.centre[0] - origin[0], p.centre[1] - origin[1], p.centre[2] - origin[2]};
+    const double lambda = dot3(n, rel) / denom;
+    if (!(lambda > 0.0) || lambda >= best) continue;
+    double hit[3] = {origin[0] + lambda * dir[0] - p.centre[0], origin[1] + lambda * dir[1] - p.centre[1],
+                     origin[2] + lambda * dir[2] - p.centre[2]};
+    const double a = dot3(hit, p.u), b = dot3(hit, p.v);
+    if (std::fabs(a) > p.halfU || std::fabs(b) > p.halfV) continue;
+    // Keep the texture coordinates bounded before they become integers.
+    if (std::fabs(a) > 1e6 || std::fabs(b) > 1e6) continue;
+    best = lambda;
+    value = shade(p, a, b);
+  }
+  return value;
+}
+
+}  // namespace
+
+cv::Mat renderTrackingCamera(const Rig& rig, int index, std::string& error) {
+  const CameraCalibrationMRV& rec = rig.device.cameras[index];
+  AR::CV::Camera<double> camera;
+  const bool ok = camera.init(Vec2(double(rec.width), double(rec.height)), Vec2(rec.fx, rec.fy),
+                              Vec2(rec.cx, rec.cy), Vec6(rec.k[0], rec.k[1], rec.k[2], rec.k[3], rec.k[4], rec.k[5]),
+                              Vec2(rec.p[0], rec.p[1]), static_cast<DistortionModel>(rec.distortionModel));
+  if (!ok || rec.width <= 0 || rec.height <= 0) {
+    error = "camera " + std::to_string(index) + " cannot be initialised for rendering";
+    return cv::Mat();
+  }
+  // Pose of this camera relative to camera 0: cam_i <- device <- cam_0.
+  const Pose camFromDevice = fromPoseRecord(rec.pose);
+  const Pose cam0FromDevice = fromPoseRecord(rig.device.cameras[0].pose);
+  Pose deviceFromCam0;
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) deviceFromCam0.R[r * 3 + c] = cam0FromDevice.R[c * 3 + r];
+  for (int r = 0; r < 3; ++r)
+    deviceFromCam0.t[r] = -(deviceFromCam0.R[r * 3 + 0] * cam0FromDevice.t[0] +
+                            deviceFromCam0.R[r * 3 + 1] * cam0FromDevice.t[1] +
+                            deviceFromCam0.R[r * 3 + 2] * cam0FromDevice.t[2]);
+  const Pose camFromCam0 = compose(camFromDevice, deviceFromCam0);
+  // Ray origin and directions in camera 0's frame: x0 = R^T (x - t).
+  double origin[3];
+  for (int r = 0; r < 3; ++r)
+    origin[r] = -(camFromCam0.R[0 * 3 + r] * camFromCam0.t[0] + camFromCam0.R[1 * 3 + r] * camFromCam0.t[1] +
+                  camFromCam0.R[2 * 3 + r] * camFromCam0.t[2]);
+
+  const std::vector<Panel> scene = makeScene();
+  cv::Mat image(rec.height, rec.width, CV_8UC1, cv::Scalar(0));
+  const double offsets[2] = {-0.25, 0.25};
+  for (int y = 0; y < rec.height; ++y) {
+    unsigned char* row = image.ptr<unsigned char>(y);
+    for (int x = 0; x < rec.width; ++x) {
+      int sum = 0, hits = 0;
+      for (double oy : offsets)
+        for (double ox : offsets) {
+          Vec2 ideal;
+          if (!camera.tryPixel2ideal(Vec2(x + ox, y + oy), ideal)) continue;
+          const double rayCam[3] = {ideal(0), ideal(1), 1.0};
+          double dir[3];
+          for (int r = 0; r < 3; ++r)
+            dir[r] = camFromCam0.R[0 * 3 + r] * rayCam[0] + camFromCam0.R[1 * 3 + r] * rayCam[1] +
+                     camFromCam0.R[2 * 3 + r] * rayCam[2];
+          const int v = trace(scene, origin, dir);
+          if (v >= 0) {
+            sum += v;
+            ++hits;
+          }
+        }
+      row[x] = static_cast<unsigned char>(hits ? (sum + hits / 2) / hits : 0);
+    }
+  }
+  return image;
+}
+
+}  // namespace StereoMaps

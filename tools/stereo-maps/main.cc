@@ -1,0 +1,105 @@
+// stereo-maps: remap tables, previews and facts from a stereo rig calibration.
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+
+namespace {
+
+void addCalibrationOptions(CLI::App* command, StereoMaps::CommonOptions& options, std::string& format) {
+  command->add_option("--calib", options.calib,
+                      "Calibration: XML calibration file (.xml), Kalibr camchain (.yaml/.yml) or raw "
+                      "DeviceCalibrationMRV record (other extensions). Default: the bundled example rig");
+  command->add_option("--format", format, "Force the calibration format: auto, xml, kalibr or record")
+      ->check(CLI::IsMember({"auto", "xml", "kalibr", "record"}));
+}
+
+void addOutputOptions(CLI::App* command, StereoMaps::CommonOptions& options) {
+  command->add_option("--out", options.out, "Output directory for the .npy maps and preview.png")
+      ->capture_default_str();
+  command->add_flag("--allow-out-of-image", options.allowOutOfImage,
+                    "Keep map entries whose source lies outside the camera image");
+}
+
+void addImageOptions(CLI::App* command, StereoMaps::CommonOptions& options) {
+  command->add_option_function<std::vector<std::string>>(
+             "--images",
+             [&options](const std::vector<std::string>& files) {
+               options.leftImage = files.at(0);
+               options.rightImage = files.at(1);
+             },
+             "Left and right camera images (instead of the synthetic scene) for preview.png")
+      ->expected(2)
+      ->check(CLI::ExistingFile);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"stereo-maps: stereo rectification, undistortion and see-through remap tables from a stereo "
+               "camera calibration.\nMaps are float32 .npy files (shape height x width) usable directly as "
+               "OpenCV remap maps; -1 marks pixels without a source."};
+  app.require_subcommand(1);
+  app.footer("Example: stereo-maps rectify --calib examples/example_rig.xml --out maps");
+
+  StereoMaps::CommonOptions options;
+  std::string format = "auto";
+  float fovFactor = 1.0f;
+  float planeDepth = 2.0f;
+
+  CLI::App* rectify = app.add_subcommand("rectify", "Stereo rectification maps, rectified camera and depth constant");
+  rectify->footer("Example: stereo-maps rectify --calib rig.xml --out maps --images left.png right.png");
+  addCalibrationOptions(rectify, options, format);
+  addOutputOptions(rectify, options);
+  addImageOptions(rectify, options);
+
+  CLI::App* undistort = app.add_subcommand("undistort", "Undistortion maps for both cameras");
+  undistort->footer("Example: stereo-maps undistort --calib camchain.yaml --fov 0.8 --out maps");
+  addCalibrationOptions(undistort, options, format);
+  undistort->add_option("--fov", fovFactor,
+                        "Field-of-view factor: the undistorted camera's focal length is this times the real "
+                        "one (below 1 widens the view)")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  addOutputOptions(undistort, options);
+  addImageOptions(undistort, options);
+
+  CLI::App* vst = app.add_subcommand("vst", "Fixed-plane video see-through maps for the two display eyes");
+  vst->footer("Example: stereo-maps vst --calib rig.xml --plane-depth 1.5 --out maps");
+  addCalibrationOptions(vst, options, format);
+  vst->add_option("--plane-depth", planeDepth, "Depth of the scene plane in metres")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  addOutputOptions(vst, options);
+
+  CLI::App* info = app.add_subcommand("info", "Lens models, valid ranges, fields of view, baseline");
+  info->footer("Example: stereo-maps info --calib rig.xml");
+  addCalibrationOptions(info, options, format);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return StereoMaps::kExitError;
+  }
+  if (!StereoMaps::parseCalibrationFormat(format, options.format)) {
+    std::fprintf(stderr, "stereo-maps: error: --format: unknown format '%s'\n", format.c_str());
+    return StereoMaps::kExitError;
+  }
+  if (!std::isfinite(fovFactor) || !std::isfinite(planeDepth)) {
+    std::fprintf(stderr, "stereo-maps: error: --fov and --plane-depth must be finite numbers\n");
+    return StereoMaps::kExitError;
+  }
+
+  if (*rectify) return StereoMaps::runRectify(options);
+  if (*undistort) return StereoMaps::runUndistort(options, fovFactor);
+  if (*vst) return StereoMaps::runSeeThrough(options, planeDepth);
+  return StereoMaps::runInfo(options);
+}
