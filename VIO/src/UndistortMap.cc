@@ -1,0 +1,99 @@
+#include "UndistortMap.h"
+
+#include "AR/Common/Logger.h"
+#include "CameraModel/CameraModel.h"
+#include "EntryPointRules.h"
+
+namespace VIO {
+
+namespace {
+
+constexpr char kSource[] = "VIO/src/StereoRectify";
+constexpr char kFunction[] =
+    "void VIO::setupUndistortMap(const VIO::IntrinsicCamera &, bool, float, "
+    "AR::Common::ArrayView<AR::CV::ImageFloat> &)";
+
+using Vec2F = AR::Math::Vector<float, 2>;
+
+/// The distortion-free camera whose image the map produces: same size and
+/// principal point, focal length `fovFactor` times the corrected one.
+CamModel::CameraModel<float> virtualCameraModel(const AR::CV::Camera<float>& camera,
+                                                const AR::Math::Vec2I& size, float fovFactor) {
+  CamModel::CameraModel<float> model;
+  model.size = Vec2F(float(size(0)), float(size(1)));
+  model.principalPoint = camera.getPrincipalPoint();
+  model.focalLength = camera.getCorrectedFocalLengthVec() * fovFactor;
+  model.radialDistortionCoeffs = AR::Math::Vector<float, 6>();
+  model.tangentialDistortionCoeffs = Vec2F();
+  model.model = LINEAR;
+  // Full range before narrowing; a model without distortion keeps it.
+  model.maxValidDistortionRSq = 81.0f;
+  model.maxValidUndistortionRSq = 81.0f;
+  model.setupValidDistortionRange();
+  return model;
+}
+
+/// Writes `value` at (x, y) when the image has that pixel. The builder's
+/// view check has already reported an image of the wrong size; dropping its
+/// outside writes here avoids one more report per pixel.
+inline void writeInside(AR::CV::Image<float>& image, int x, int y, float value) {
+  if (x < image.width() && y < image.height()) image.at(x, y) = value;
+}
+
+}  // namespace
+
+void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage, float fovFactor,
+                       AR::Common::ArrayView<AR::CV::Image<float>>& mapXY) {
+  const AR::Math::Vec2I size = mapExtentOf(camera.getSize()).size;
+
+  AR::CV::Camera<float> virtualCamera;
+  const bool success = virtualCamera.init(virtualCameraModel(camera, size, fovFactor));
+  if (!success) AR::Common::logError("success", kSource, kFunction, 64);
+
+  if (!(mapXY.size() == 2)) AR::Common::logError("mapXY.size() == 2", kSource, kFunction, 65);
+  const bool hasX = mapXY.size() > 0;
+  const bool hasY = mapXY.size() > 1;
+  if (!(hasX && mapXY[0].size() == size))
+    AR::Common::logError("mapXY[0].size() == size", kSource, kFunction, 66);
+  if (!(hasY && mapXY[1].size() == size))
+    AR::Common::logError("mapXY[1].size() == size", kSource, kFunction, 67);
+
+  for (AR::CV::Image<float>& image : mapXY) image.clear(-1.0f);
+  if (!success || !hasY) return;
+
+  AR::CV::Image<float>& mapX = mapXY[0];
+  AR::CV::Image<float>& mapY = mapXY[1];
+  const auto& spline = camera.getDistortionSpline();
+  const Vec2F focal = camera.getOriginalFocalLength();
+  const Vec2F principal = camera.getPrincipalPoint();
+  const float p1 = camera.getTangentialDistortionCoeffs()(0);
+  const float p2 = camera.getTangentialDistortionCoeffs()(1);
+  const bool tangential = p1 != 0.0f || p2 != 0.0f;
+  const float width = float(size(0));
+  const float height = float(size(1));
+
+  for (int y = 0; y < size(1); ++y) {
+    for (int x = 0; x < size(0); ++x) {
+      Vec2F ideal;
+      if (!virtualCamera.tryPixel2ideal(Vec2F(float(x), float(y)), ideal)) continue;
+      const float X = ideal(0);
+      const float Y = ideal(1);
+      const float rSq = X * X + Y * Y;
+      float factor = 0.0f;
+      if (!spline.evaluate(rSq, factor)) continue;
+      float xd = X * factor;
+      float yd = Y * factor;
+      if (tangential) {
+        xd += 2.0f * p1 * X * Y + p2 * (rSq + 2.0f * X * X);
+        yd += p1 * (rSq + 2.0f * Y * Y) + 2.0f * p2 * X * Y;
+      }
+      const float sx = focal(0) * xd + principal(0);
+      const float sy = focal(1) * yd + principal(1);
+      if (!allowOutOfImage && (sx < 0.0f || sx >= width || sy < 0.0f || sy >= height)) continue;
+      writeInside(mapX, x, y, sx);
+      writeInside(mapY, x, y, sy);
+    }
+  }
+}
+
+}  // namespace VIO

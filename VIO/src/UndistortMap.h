@@ -1,0 +1,31 @@
+#pragma once
+
+#include "AR/CV/Camera/Camera.h"
+#include "AR/CV/Image/Image.h"
+#include "AR/Common/ArrayView.h"
+
+namespace VIO {
+
+/// Fills the X and Y maps (`mapXY[0]`, `mapXY[1]`, each of the camera's
+/// image size) that undo `camera`'s lens distortion.
+///
+/// The undistorted view is a virtual distortion-free camera of the same image
+/// size and principal point whose focal length is `fovFactor` times the
+/// camera's corrected focal length (the pixel scale near the principal
+/// point): 1 keeps the scale at the centre, larger factors narrow the field
+/// of view, smaller ones widen it. For every output pixel (x, y), taken at
+/// integer positions, the map holds the position in the camera's distorted
+/// image that sees the same ray, or -1.0 when there is none: the ray lies
+/// outside the valid range of either camera, or, unless `allowOutOfImage`,
+/// the position falls outside [0, width) × [0, height).
+///
+/// A view that does not hold two images of the camera's size is reported
+/// (the pixels that do lie inside an image are still written). A virtual
+/// camera that cannot be initialised (a non-positive or NaN focal length, a
+/// camera without a valid image size) is reported and leaves every entry at
+/// -1.0. Single precision throughout; the distortion goes through the
+/// camera's spline.
+void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage, float fovFactor,
+                       AR::Common::ArrayView<AR::CV::Image<float>>& mapXY);
+
+}  // namespace VIO
