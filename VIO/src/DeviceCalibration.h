@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+
+#include "AR/CV/Camera/CalibrationFile.h"
 #include "AR/CV/Camera/StereoCamera.h"
 #include "AR/Math/SE3.h"
 #include "StereoRectifyWrapperTypes.h"
@@ -27,6 +30,28 @@ AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose);
 bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
                                AR::CV::FullStereoCameraCalibration<float>& calibration,
                                DeviceFrameParams& frame);
+
+/// Pose record of a rigid transform: the rotation as a unit quaternion
+/// (scalar part non-negative where the rotation allows), the translation as
+/// the position. The inverse of toXRRD up to rounding.
+template <typename PREC>
+XrPosedMRV_t toPoseRecord(const AR::Math::SE3<PREC>& pose);
+
+/// Fills `device` from a two-camera rig whose reference frame is the
+/// device frame: camera i goes to slot i with its intrinsics, model and
+/// camReferenceToLocal as its pose; the noise fields get the standard
+/// deviation of the default variance (9 pixels); everything else, the header
+/// vectors and the reserved regions included, is zeroed. False (with
+/// `error`, `device` untouched) unless the rig has exactly two initialised
+/// cameras whose image size fits the record.
+template <typename PREC>
+bool makeDeviceCalibration(const AR::CV::FullStereoCameraCalibration<PREC>& calibration,
+                           DeviceCalibrationMRV& device, std::string* error = nullptr);
+
+/// Fills a display-eye record: size, focal lengths, principal point at the
+/// image centre, no distortion (LINEAR), the eye's pose; everything else
+/// zeroed.
+void makeDisplayRecord(const AR::CV::DisplayEye& eye, CameraCalibrationMRV& record);
 
 }  // namespace VIO
 

@@ -31,8 +31,9 @@ FullCamera<PREC>::FullCamera(const CamImageId& id) : mCamId(id) {
 }
 
 template <typename PREC>
-bool FullCamera<PREC>::init(const CamModel::CameraModel<PREC>& model, const SE3& camReferenceToLocal,
-                            const CamImageId& id, bool isRollingShutter, PREC lineTime,
+bool FullCamera<PREC>::init(const CamModel::CameraModel<PREC>& model,
+                            const SE3& camReferenceToLocal, const CamImageId& id,
+                            bool isRollingShutter, PREC lineTime,
                             const CaptureDetails& captureDetails, double delta) {
   static constexpr const char* kFunction =
       "bool AR::CV::FullCamera<PREC>::init(const CamModel::CameraModel<PREC>&, const "
@@ -89,9 +90,9 @@ const typename FullCamera<PREC>::SE3& FullCamera<PREC>::getCamReferenceToLocal()
 template <typename PREC>
 typename FullCamera<PREC>::SE3 FullCamera<PREC>::getLocalToCamReference() const {
   if (!isInitialized())
-    AR::Common::logError("isInitialized()", kSource,
-                         "AR::Math::SE3<PREC> AR::CV::FullCamera<PREC>::getLocalToCamReference() const",
-                         __LINE__);
+    AR::Common::logError(
+        "isInitialized()", kSource,
+        "AR::Math::SE3<PREC> AR::CV::FullCamera<PREC>::getLocalToCamReference() const", __LINE__);
   return mCamReferenceToLocal.inverse();
 }
 
@@ -104,9 +105,9 @@ typename FullCamera<PREC>::SE3 FullCamera<PREC>::getWorldInCamLocal(
 template <typename PREC>
 const Camera<PREC>& FullCamera<PREC>::getIntrinsics() const {
   if (!isInitialized())
-    AR::Common::logError("isInitialized()", kSource,
-                         "const AR::CV::Camera<PREC>& AR::CV::FullCamera<PREC>::getIntrinsics() const",
-                         __LINE__);
+    AR::Common::logError(
+        "isInitialized()", kSource,
+        "const AR::CV::Camera<PREC>& AR::CV::FullCamera<PREC>::getIntrinsics() const", __LINE__);
   if (mCamera == nullptr) {
     // Dereferencing null would be undefined; an uninitialised camera is the
     // detectable stand-in (its isInitialized() is false).
@@ -127,7 +128,8 @@ const typename FullCamera<PREC>::IntrinsicsPtr& FullCamera<PREC>::getIntrinsicsP
 }
 
 template <typename PREC>
-bool FullCamera<PREC>::projectCameraToDevicePix(const Vec3& pointInCamReference, Vec2& pixel) const {
+bool FullCamera<PREC>::projectCameraToDevicePix(const Vec3& pointInCamReference,
+                                                Vec2& pixel) const {
   static constexpr const char* kFunction =
       "bool AR::CV::FullCamera<PREC>::projectCameraToDevicePix(const AR::Math::Vector<PREC, 3>&, "
       "AR::Math::Vector<PREC, 2>&) const";
@@ -256,7 +258,8 @@ FullCamera<PREC>& missingCamera() {
 }  // namespace
 
 template <typename PREC>
-const FullCamera<PREC>& FullStereoCameraCalibration<PREC>::operator[](const CamImageId& camId) const {
+const FullCamera<PREC>& FullStereoCameraCalibration<PREC>::operator[](
+    const CamImageId& camId) const {
   for (const FullCamera<PREC>& cam : *this)
     if (cam.getCamId() == camId) return cam;
   reportMissingCamera(camId,
@@ -289,7 +292,8 @@ const std::vector<CamImageId>& FullStereoCameraCalibration<PREC>::getCamIds() co
   // report every position where it disagrees (never read past either end).
   const size_t n = std::max(camIdVec.size(), this->size());
   for (size_t i = 0; i < n; ++i) {
-    const bool same = i < this->size() && i < camIdVec.size() && this->at(i).getCamId() == camIdVec[i];
+    const bool same =
+        i < this->size() && i < camIdVec.size() && this->at(i).getCamId() == camIdVec[i];
     if (!same)
       AR::Common::logError("this->at(i).getCamId() == camIdVec[i]", kSource,
                            "const std::vector<AR::CV::CamImageId>& "

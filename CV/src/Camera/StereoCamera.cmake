@@ -2,6 +2,7 @@
 ar_add_component(ARCVStereoCamera
   SOURCES
     src/Camera/StereoCamera.cc
+    src/Camera/CalibrationFile.cc
   INCLUDE_DIR include
   DEPS ARCVCamera ARCameraModel ARMath ARCommon tinyxml2::tinyxml2)
 target_link_libraries(ARCV INTERFACE ARCVStereoCamera)
