@@ -233,6 +233,30 @@ TYPED_TEST(CameraModelTest, FactorsAtTheCentre) {
   }
 }
 
+TYPED_TEST(CameraModelTest, FisheyeBranchesLiftTinySquaredRadii) {
+  using P = TypeParam;
+  using AD = AR::Math::ad<double, 1>;
+  for (const auto& c : realisticModels()) {
+    if (c.model != FISHEYE_1_PARAMETER && c.model != FISHEYE_4_PARAMETERS) continue;
+    SCOPED_TRACE(CamModel::modelName(c.model));
+    const auto m = makeModel<P>(c.model, c.k);
+    // Below 1e-8 the argument is moved up by 1e-8; from 1e-8 on it is used as is.
+    EXPECT_EQ(m.distortionFactor(P(0)), m.distortionFactor(P(1e-8)));
+    EXPECT_EQ(m.distortionFactor(0.0), m.distortionFactor(1e-8));
+    EXPECT_EQ(m.distortionFactor(P(0.5e-8)), m.distortionFactor(P(0.5e-8) + P(1e-8)));
+    EXPECT_NE(m.distortionFactor(1e-8), m.distortionFactor(1.5e-8));
+    // The lift is a constant: the derivative passes through unchanged.
+    const AD lifted = m.distortionFactor(AD(0.0, 1.0));
+    const AD atLift = m.distortionFactor(AD(1e-8, 1.0));
+    EXPECT_EQ(lifted.value(), atLift.value());
+    EXPECT_EQ(lifted.derivative(), atLift.derivative());
+    // The separate branch members are what the factor dispatches to.
+    const P x = P(0.3);
+    EXPECT_EQ(m.distortionFactor(x), c.model == FISHEYE_1_PARAMETER ? m.distort_1paramFisheye(x)
+                                                                      : m.distort_4paramFisheye(x));
+  }
+}
+
 TYPED_TEST(CameraModelTest, FieldOfViewUndistortionIsTheClosedFormInverse) {
   using P = TypeParam;
   const double omega = 0.92;
