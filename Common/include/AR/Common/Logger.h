@@ -100,6 +100,7 @@ class AR_EXPORT Logger {
   Logger& operator=(const Logger&) = delete;
 
  private:
+  friend struct LoggerAccess;
   Logger();
   ~Logger();
 
