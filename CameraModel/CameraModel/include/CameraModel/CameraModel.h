@@ -33,12 +33,12 @@ class AR_EXPORT CameraModel {
   AR::Math::Vector<PREC, 2> tangentialDistortionCoeffs;
   DistortionModel model = LINEAR;
   /// Square of the largest ideal-plane radius for which distortion is valid.
-  /// Set to 81 by whoever builds the model from raw parameters, then narrowed
-  /// by setupValidDistortionRange().
-  PREC maxValidDistortionRSq = PREC(0);
+  /// Starts at 81 (a radius of 9, the widest range ever tabulated), as
+  /// setupValidDistortionRange() expects, which then narrows it.
+  PREC maxValidDistortionRSq = PREC(81);
   /// Square of the largest distorted radius (ideal-plane units) for which
   /// undistortion is valid. Same life cycle as maxValidDistortionRSq.
-  PREC maxValidUndistortionRSq = PREC(0);
+  PREC maxValidUndistortionRSq = PREC(81);
 
   /// Checks focal length, image size, principal point and the coefficients
   /// against the model. On the first failure prints one line on standard
