@@ -6,3 +6,12 @@ ar_add_component(ARCVStereoCamera
   INCLUDE_DIR include
   DEPS ARCVCamera ARCameraModel ARMath ARCommon tinyxml2::tinyxml2)
 target_link_libraries(ARCV INTERFACE ARCVStereoCamera)
+
+foreach(_entry StereoCamera:camera CalibrationFile:file)
+  string(REPLACE ":" ";" _pair ${_entry})
+  list(GET _pair 0 _stem)
+  list(GET _pair 1 _name)
+  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/Camera/${_stem}_test.cc)
+    ar_add_test(cv_rig_${_name}_test SOURCES src/Camera/${_stem}_test.cc DEPS ARCVStereoCamera)
+  endif()
+endforeach()
