@@ -120,11 +120,12 @@ void CameraModel<PREC>::findMaxDistortionLimits_6paramRadial() {
   // Squared radius at which the denominator 1 + k3 x + k4 x^2 + k5 x^3 has
   // fallen to 0.1 (not to 0: the factor is already ten times too large
   // there), from the general cubic formula a3 x^3 + a2 x^2 + a1 x + a0 = 0.
-  // a0 is the single-precision 0.9 in both precisions.
+  // The target 0.1 is the single-precision constant in both precisions, so
+  // a0 = 1 - 0.1f: 0.9f in float, 0.8999999985098839 in double.
   const Complex a3(k5);
   const Complex a2(k4);
   const Complex a1(k3);
-  const Complex a0(PREC(0.9f));
+  const Complex a0(PREC(1) - PREC(0.1f));
   const Complex D0 = a2 * a2 - PREC(3) * a3 * a1;
   const Complex D1 = PREC(2) * a2 * a2 * a2 - PREC(9) * a3 * a2 * a1 + PREC(27) * a3 * a3 * a0;
   const Complex S = std::sqrt(D1 * D1 - PREC(4) * D0 * D0 * D0);
