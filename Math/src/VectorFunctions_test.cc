@@ -5,6 +5,9 @@
 #include <cmath>
 #include <limits>
 
+#include "AR/Math/Matrix.h"
+#include "LogCapture.h"
+
 namespace AR {
 namespace Math {
 namespace {
@@ -111,6 +114,43 @@ TEST(VectorToString, PrintsElementsWithStandardConversion) {
   EXPECT_EQ(to_string(Vec2F(0.5f, -1e-7f)), "(0.500000,-0.000000)");
   EXPECT_EQ(to_string(Vec3F(0.f, 1.f, -2.5f)), "(0.000000,1.000000,-2.500000)");
   EXPECT_EQ(to_string(Vec3D(1e6, 0.1234567, 2)), "(1000000.000000,0.123457,2.000000)");
+}
+
+TEST(DynamicSize, ElementAccessIsChecked) {
+  AR::Test::LogCapture log;
+  VecXD v(3, 1.5);
+  v(2) = -4;
+  EXPECT_EQ(v.size(), 3u);
+  EXPECT_EQ(v(0), 1.5);
+  EXPECT_EQ(v[2], -4.0);
+  EXPECT_TRUE(log.messages().empty());
+  // Out of range: reported, reads 0, writes go nowhere.
+  v(3) = 7;
+  EXPECT_EQ(v(5), 0.0);
+  EXPECT_EQ(log.countContaining("AR_ASSERT i<this->size() Math/include/AR/Math/Vector("), 2u);
+  VecXD expected(3, 1.5);
+  expected(2) = -4;
+  EXPECT_EQ(v, expected);
+
+  log.clear();
+  MatrixXF m(2, 3);
+  m(1, 2) = 5.f;
+  EXPECT_EQ(m.rows(), 2u);
+  EXPECT_EQ(m.cols(), 3u);
+  EXPECT_EQ(m.data()[5], 5.f);
+  EXPECT_TRUE(log.messages().empty());
+  m(2, 0) = 9.f;
+  EXPECT_EQ(m(0, 3), 0.f);
+  EXPECT_EQ(log.countContaining("AR_ASSERT nRow<this->rows() Math/include/AR/Math/Matrix("), 1u);
+  EXPECT_EQ(log.countContaining("AR_ASSERT nCol<this->cols() Math/include/AR/Math/Matrix("), 1u);
+  EXPECT_EQ(m, [] {
+    MatrixXF e(2, 3);
+    e(1, 2) = 5.f;
+    return e;
+  }());
+  // An empty vector has no valid index at all.
+  EXPECT_EQ(VecXF()(0), 0.f);
+  EXPECT_EQ(log.countContaining("i<this->size()"), 1u);
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <cstddef>
 #include <type_traits>
+#include <vector>
+
+#include "AR/Common/Logger.h"
 
 namespace AR {
 namespace Math {
@@ -11,11 +14,15 @@ struct Linear {};
 /// Storage policy: the vector holds its own values.
 struct VectorOwner {};
 
+/// Size of a vector or matrix dimension that is chosen at run time.
+constexpr int Dynamic = -1;
+
 /// SIZE values of type FLOAT, stored contiguously, read and written as v(i).
 /// A plain value type: no allocation, copyable, zero-initialised by default.
+/// SIZE = -1 (Dynamic) selects the run-time sized specialisation below.
 template <typename FLOAT, int SIZE, typename LAYOUT = Linear, typename STORAGE = VectorOwner>
 class Vector {
-  static_assert(SIZE > 0, "fixed-size vectors only");
+  static_assert(SIZE > 0, "a vector size is positive or Dynamic");
 
  public:
   using Scalar = FLOAT;
@@ -90,6 +97,56 @@ class Vector {
  private:
   FLOAT values_[SIZE];
 };
+
+/// A vector whose size is chosen at run time (heap storage). Element access
+/// checks the index: an index out of range is reported through logError and
+/// reads or writes a scratch element instead of memory outside the vector.
+template <typename FLOAT, typename LAYOUT, typename STORAGE>
+class Vector<FLOAT, Dynamic, LAYOUT, STORAGE> {
+ public:
+  using Scalar = FLOAT;
+  static constexpr int Size = Dynamic;
+
+  Vector() = default;
+  /// `size` values, all equal to `value`.
+  explicit Vector(size_t size, FLOAT value = FLOAT(0)) : values_(size, value) {}
+
+  size_t size() const { return values_.size(); }
+  /// Changes the size; new elements are 0, existing ones are kept.
+  void resize(size_t size) { values_.resize(size, FLOAT(0)); }
+
+  FLOAT& operator()(size_t i) { return checkIndex(i) ? values_[i] : scratch(); }
+  const FLOAT& operator()(size_t i) const { return checkIndex(i) ? values_[i] : scratch(); }
+  FLOAT& operator[](size_t i) { return (*this)(i); }
+  const FLOAT& operator[](size_t i) const { return (*this)(i); }
+
+  FLOAT* data() { return values_.data(); }
+  const FLOAT* data() const { return values_.data(); }
+
+  friend bool operator==(const Vector& a, const Vector& b) { return a.values_ == b.values_; }
+  friend bool operator!=(const Vector& a, const Vector& b) { return !(a == b); }
+
+ private:
+  bool checkIndex(size_t i) const {
+    if (i < this->size()) return true;
+    AR::Common::logError("i<this->size()", "Math/include/AR/Math/Vector",
+                         "FLOAT& AR::Math::Vector<FLOAT, -1, LAYOUT, STORAGE>::operator()(size_t)",
+                         __LINE__);
+    return false;
+  }
+  // Target of out-of-range accesses, reset on every use so that such a read
+  // yields 0 and such a write is dropped.
+  FLOAT& scratch() const {
+    scratch_ = FLOAT(0);
+    return scratch_;
+  }
+
+  std::vector<FLOAT> values_;
+  mutable FLOAT scratch_ = FLOAT(0);
+};
+
+using VecXF = Vector<float, Dynamic>;
+using VecXD = Vector<double, Dynamic>;
 
 using Vec2F = Vector<float, 2>;
 using Vec3F = Vector<float, 3>;

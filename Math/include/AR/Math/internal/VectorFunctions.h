@@ -16,6 +16,7 @@ inline double fabs(double x) { return std::fabs(x); }
 /// Element-wise absolute value.
 template <typename T, int N>
 Vector<T, N> fabs(const Vector<T, N>& v) {
+  static_assert(N > 0, "fixed-size vectors only");
   Vector<T, N> out;
   for (int i = 0; i < N; ++i) out(i) = fabs(v(i));
   return out;
@@ -24,6 +25,7 @@ Vector<T, N> fabs(const Vector<T, N>& v) {
 /// Scalar product, summed from 0 in index order.
 template <typename T, int N>
 T dot(const Vector<T, N>& a, const Vector<T, N>& b) {
+  static_assert(N > 0, "fixed-size vectors only");
   T sum = T(0);
   for (int i = 0; i < N; ++i) sum += a(i) * b(i);
   return sum;
@@ -51,6 +53,7 @@ Vector<T, 3> cross(const Vector<T, 3>& a, const Vector<T, 3>& b) {
 /// True when every element is exactly 0.
 template <typename T, int N>
 bool isZero(const Vector<T, N>& v) {
+  static_assert(N > 0, "fixed-size vectors only");
   for (int i = 0; i < N; ++i)
     if (!(v(i) == T(0))) return false;
   return true;
@@ -107,6 +110,7 @@ Vector<T, 3> perpendicular(const Vector<T, 3>& v, Vector<T, 3> t) {
 /// "(0.000000,1.000000,-2.500000)".
 template <typename T, int N>
 std::string to_string(const Vector<T, N>& v) {
+  static_assert(N > 0, "fixed-size vectors only");
   std::string text = "(";
   for (int i = 0; i < N; ++i) {
     if (i > 0) text += ",";
