@@ -29,3 +29,9 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/EntryPointRules_test.cc)
     SOURCES src/EntryPointRules_test.cc src/MapBuffers_test.cc
     DEPS ARVIOMapBuffers)
 endif()
+
+if(TARGET ARVIOUndistort AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMap_test.cc)
+  ar_add_test(vio_undistort_map_test
+    SOURCES src/UndistortMap_test.cc
+    DEPS ARVIOUndistort)
+endif()
