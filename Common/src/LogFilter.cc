@@ -59,6 +59,11 @@ void LogFilterNode::RemoveChildNode(
   }
 }
 
+void LogFilterNode::RemoveAllChildNodes() {
+  Children.clear();
+  Names.clear();
+}
+
 LogFilter::LogFilter() : LogFilterNode(3) {}
 
 LogFilter::LogFilter(int rootLevel) : LogFilterNode(rootLevel) {}
@@ -83,6 +88,8 @@ size_t LogFilter::splitUpMethodName(const char* methodName, StringPortion* out, 
   out[count++] = StringPortion(methodName + start, i - start);
   return count;
 }
+
+void LogFilter::clear() { RemoveAllChildNodes(); }
 
 int LogFilter::getLevel(const char* methodName, int maxLength) const {
   if (methodName == nullptr) return Level;

@@ -51,6 +51,8 @@ class AR_EXPORT LogFilterNode {
   LogFilterNode* AddChildNode(StringPortion& name, LogFilterNode& node);
   /// Removes the child at `position` together with its copy of the name.
   void RemoveChildNode(Map<StringPortion, LogFilterNode, VectorGrowConstant<16>>::iterator position);
+  /// Removes all children with their names.
+  void RemoveAllChildNodes();
 
   Map<StringPortion, LogFilterNode, VectorGrowConstant<16>> Children;
   int Level;
@@ -89,6 +91,8 @@ class AR_EXPORT LogFilter : public LogFilterNode {
   /// Removes the deepest existing node of the name's path and then every
   /// ancestor left without children (never the root). Null does nothing.
   void removeFilterLevel(const char* methodName);
+  /// Removes every method entry; the root level stays.
+  void clear();
   /// The level of the deepest node on the name's path (root for null).
   /// With maxLength >= 1 only the first maxLength characters are read.
   int getLevel(const char* methodName, int maxLength) const;

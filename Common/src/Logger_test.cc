@@ -1,0 +1,808 @@
+#include "AR/Common/Logger.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "AR/Common/ConfigNode.h"
+#include "AR/Common/LogFilter.h"
+#include "AR/Common/Path.h"
+#include "AR/PL/PLLog.h"
+#include "LogCapture.h"
+#include "LogFormatters.h"
+#include "PL/PLHooks.h"
+
+namespace AR {
+namespace Common {
+namespace {
+
+using Test::LogCapture;
+
+// ---------------------------------------------------------------------------
+// What reaches the platform log, seen through the platform layer's hook.
+
+struct PlatformEntry {
+  int priority;
+  std::string tag;
+  std::string text;
+  bool operator==(const PlatformEntry& o) const {
+    return priority == o.priority && tag == o.tag && text == o.text;
+  }
+};
+
+std::ostream& operator<<(std::ostream& os, const PlatformEntry& e) {
+  return os << "{" << e.priority << ", \"" << e.tag << "\", \"" << e.text << "\"}";
+}
+
+std::mutex gPlatformMutex;
+std::vector<PlatformEntry> gPlatformLog;
+
+int recordPlatformLog(int priority, const char* tag, const char* text) {
+  std::lock_guard<std::mutex> lock(gPlatformMutex);
+  gPlatformLog.push_back({priority, tag, text});
+  return 1;
+}
+
+bool fixedTime(ArLocalTime* out) {
+  *out = ArLocalTime{2024, 3, 5, 7, 8, 9};
+  return true;
+}
+
+constexpr unsigned int kAllFlags = Logger::FLAG_TIMEDATE | Logger::FLAG_CONSOLE |
+                                   Logger::FLAG_FUNCTION | Logger::FLAG_FILENAME |
+                                   Logger::FLAG_FILTER | Logger::FLAG_LEVEL;
+
+/// Puts the logger into its default configuration and routes the platform
+/// log and the clock through the test hooks; restores the default after.
+class LoggerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    resetLogger();
+    arLogSetWriteHook(&recordPlatformLog);
+    arTimeSetLocalTimeHook(&fixedTime);
+    std::lock_guard<std::mutex> lock(gPlatformMutex);
+    gPlatformLog.clear();
+  }
+  void TearDown() override {
+    resetLogger();
+    arLogSetWriteHook(nullptr);
+    arTimeSetLocalTimeHook(nullptr);
+    for (const std::string& path : files_) std::remove(path.c_str());
+  }
+
+  static void resetLogger() {
+    Logger& logger = Logger::getInstance();
+    logger.setFile(Path(), true, false);
+    logger.setLevel(Logger::LEVEL_DEBUG);
+    logger.setFlag(kAllFlags, false);
+    logger.setFlag(Logger::FLAG_CONSOLE | Logger::FLAG_LEVEL, true);
+    logger.getLogFilter().clear();
+  }
+
+  /// A fresh path in the temporary directory, removed after the test.
+  std::string tempPath(const std::string& name) {
+    std::string path = ::testing::TempDir() + "ar_logger_" + std::to_string(getpid()) + "_" + name;
+    std::remove(path.c_str());
+    files_.push_back(path);
+    return path;
+  }
+
+  static std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+  }
+
+  static std::vector<PlatformEntry> platformLog() {
+    std::lock_guard<std::mutex> lock(gPlatformMutex);
+    return gPlatformLog;
+  }
+
+  /// Replaces "(123)" by "(N)": the logger's own line numbers are not part of
+  /// what the tests pin down.
+  static std::string withoutLines(const std::string& text) {
+    return std::regex_replace(text, std::regex("\\(\\d+\\)"), "(N)");
+  }
+
+  Logger& logger = Logger::getInstance();
+
+ private:
+  std::vector<std::string> files_;
+};
+
+// ---------------------------------------------------------------------------
+// Defaults (must run before anything reconfigures the instance).
+
+TEST(LoggerDefaults, FreshInstanceHasLevelDebugAndFlags34) {
+  Logger& logger = Logger::getInstance();
+  EXPECT_EQ(logger.getLevel(), Logger::LEVEL_DEBUG);
+  unsigned int flags = 0;
+  for (unsigned int bit = 1; bit <= 32; bit <<= 1)
+    if (logger.getFlag(bit)) flags |= bit;
+  EXPECT_EQ(flags, 34u);
+  EXPECT_EQ(logger.getLogFilter().Level, 3);
+}
+
+TEST_F(LoggerTest, ErrorReachesPlatformLogAndInfoIsBelowTheDefaultLevel) {
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_INFO, "VIO/src/StereoRectify", "void f()", 1, "hidden");
+  logger.logEx2(Logger::LEVEL_ERROR, "VIO/src/StereoRectify", "void f()", 1, "shown %d", 1);
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"AR ERROR: shown 1\n"});
+  EXPECT_EQ(platformLog(), (std::vector<PlatformEntry>{{6, "AR", ": shown 1\n"}}));
+}
+
+TEST_F(LoggerTest, PlatformPrioritiesFollowTheLevels) {
+  logger.setLevel(Logger::LEVEL_VERBOSE);
+  for (int level = 1; level <= 5; ++level)
+    logger.logEx2(static_cast<Logger::LEVEL>(level), "F", "void f()", 1, "m");
+  const std::vector<PlatformEntry> expected = {
+      {6, "AR", ": m\n"}, {5, "AR", ": m\n"}, {3, "AR", ": m\n"}, {4, "AR", ": m\n"},
+      {2, "AR", ": m\n"}};
+  EXPECT_EQ(platformLog(), expected);
+}
+
+// ---------------------------------------------------------------------------
+// The sixteen line layouts.
+
+struct LayoutCase {
+  unsigned int index;
+  const char* line;
+};
+
+// WARNING message from method "bool VIO::createMaps(int, float)", file
+// "VIO/src/StereoRectifyWrapper", line 42, text "value 7", at 2024-03-05 07:08:09.
+const LayoutCase kLayouts[16] = {
+    {0, "value 7"},
+    {1, "value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {2, "VIO::createMaps(): value 7\n"},
+    {3, "VIO::createMaps() [42]: value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {4, "2024-03-05 07:08:09: value 7\n"},
+    {5, "2024-03-05 07:08:09: value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {6, "2024-03-05 07:08:09: VIO::createMaps(): value 7\n"},
+    {7, "2024-03-05 07:08:09: VIO::createMaps() [42]: value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {8, "AR WARNING: value 7\n"},
+    {9, "AR WARNING: value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {10, "AR WARNING: VIO::createMaps(): value 7\n"},
+    {11, "AR WARNING: VIO::createMaps() [42]: value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {12, "AR WARNING: 2024-03-05 07:08:09: value 7\n"},
+    {13, "AR WARNING: 2024-03-05 07:08:09: value 7\nVIO/src/StereoRectifyWrapper(42)\n"},
+    {14, "AR WARNING: 2024-03-05 07:08:09: VIO::createMaps(): value 7\n"},
+    {15,
+     "AR WARNING: 2024-03-05 07:08:09: VIO::createMaps() [42]: value 7\n"
+     "VIO/src/StereoRectifyWrapper(42)\n"},
+};
+
+unsigned int flagsForIndex(unsigned int index) {
+  return ((index & LOG_FORMAT_LEVEL) ? Logger::FLAG_LEVEL : 0u) |
+         ((index & LOG_FORMAT_TIME) ? Logger::FLAG_TIMEDATE : 0u) |
+         ((index & LOG_FORMAT_FUNCTION) ? Logger::FLAG_FUNCTION : 0u) |
+         ((index & LOG_FORMAT_FILENAME) ? Logger::FLAG_FILENAME : 0u);
+}
+
+class LoggerLayoutTest : public LoggerTest, public ::testing::WithParamInterface<LayoutCase> {};
+
+TEST_P(LoggerLayoutTest, FormatterWritesTheLayout) {
+  const LayoutCase& c = GetParam();
+  const char* method = "VIO::createMaps";
+  char buffer[256];
+  const int count = kLogFormatFunctions[c.index](buffer, sizeof(buffer), Logger::LEVEL_WARNING,
+                                                 "VIO/src/StereoRectifyWrapper", 15, method, 42,
+                                                 "value 7");
+  EXPECT_EQ(std::string(buffer), c.line);
+  EXPECT_EQ(count, static_cast<int>(std::strlen(c.line)));
+}
+
+TEST_P(LoggerLayoutTest, LogEx2PrintsTheLayoutChosenByTheFlags) {
+  const LayoutCase& c = GetParam();
+  logger.setFlag(kAllFlags, false);
+  logger.setFlag(flagsForIndex(c.index) | Logger::FLAG_CONSOLE, true);
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_WARNING, "VIO/src/StereoRectifyWrapper",
+                "bool VIO::createMaps(int, float)", 42, "value %d", 7);
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{c.line});
+  // The platform log gets the text from its first colon (none: empty).
+  const std::string line = c.line;
+  const size_t colon = line.find(':');
+  const std::string platformText = colon == std::string::npos ? "" : line.substr(colon);
+  EXPECT_EQ(platformLog(), (std::vector<PlatformEntry>{{5, "AR", platformText}}));
+}
+
+TEST_P(LoggerLayoutTest, Log2PrintsTheTextVerbatim) {
+  const LayoutCase& c = GetParam();
+  logger.setFlag(kAllFlags, false);
+  logger.setFlag(flagsForIndex(c.index), true);
+  LogCapture capture;
+  logger.log2(Logger::LEVEL_WARNING, "VIO/src/StereoRectifyWrapper",
+              "bool VIO::createMaps(int, float)", 42, "value 7");
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{c.line});
+}
+
+TEST_P(LoggerLayoutTest, ShortFormsIgnoreFunctionAndFile) {
+  const LayoutCase& c = GetParam();
+  logger.setFlag(kAllFlags, false);
+  logger.setFlag(flagsForIndex(c.index), true);
+  // The short formatter keeps only the level and time parts.
+  const std::string expected = kLayouts[c.index & (LOG_FORMAT_LEVEL | LOG_FORMAT_TIME)].line;
+  LogCapture capture;
+  logger.logEx2(2, "value %d", 7);
+  logger.log2(Logger::LEVEL_WARNING, "value 7");
+  EXPECT_EQ(capture.messages(), (std::vector<std::string>{expected, expected}));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllSixteen, LoggerLayoutTest, ::testing::ValuesIn(kLayouts),
+                         [](const ::testing::TestParamInfo<LayoutCase>& info) {
+                           return "Index" + std::to_string(info.param.index);
+                         });
+
+TEST_F(LoggerTest, FormattersReportAMissingMethodOrFile) {
+  struct Case {
+    unsigned int index;
+    const char* file;
+    const char* method;
+    const char* condition;
+  };
+  const Case cases[] = {
+      {1, nullptr, "m", "file != nullptr"},
+      {2, "f", nullptr, "func != nullptr"},
+      {3, nullptr, "m", "func != nullptr && file != nullptr"},
+      {3, "f", nullptr, "func != nullptr && file != nullptr"},
+      {5, nullptr, "m", "file != nullptr"},
+      {6, "f", nullptr, "func != nullptr"},
+      {7, "f", nullptr, "func != nullptr && file != nullptr"},
+      {9, nullptr, "m", "file != nullptr"},
+      {10, "f", nullptr, "func != nullptr"},
+      {11, nullptr, nullptr, "func != nullptr && file != nullptr"},
+      {13, nullptr, "m", "file != nullptr"},
+      {14, "f", nullptr, "func != nullptr"},
+      {15, "f", nullptr, "func != nullptr && file != nullptr"},
+  };
+  for (const Case& c : cases) {
+    LogCapture capture;
+    char buffer[64] = "garbage";
+    EXPECT_EQ(kLogFormatFunctions[c.index](buffer, sizeof(buffer), Logger::LEVEL_ERROR, c.file, 1,
+                                           c.method, 3, "text"),
+              0);
+    EXPECT_STREQ(buffer, "") << c.index;
+    ASSERT_EQ(capture.messages().size(), 1u) << c.index;
+    EXPECT_EQ(capture.messages()[0].rfind(std::string("AR ERROR: AR_ASSERT ") + c.condition +
+                                              " Common/src/Logger(",
+                                          0),
+              0u)
+        << capture.messages()[0];
+  }
+}
+
+TEST_F(LoggerTest, NullFileInTheFilenameLayoutGivesAnEmptyMessageThenTheReport) {
+  logger.setFlag(Logger::FLAG_FILENAME, true);
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_ERROR, nullptr, "void f()", 7, "lost");
+  ASSERT_EQ(capture.messages().size(), 2u);
+  EXPECT_EQ(capture.messages()[0], "");
+  EXPECT_EQ(withoutLines(capture.messages()[1]),
+            "AR ERROR: AR_ASSERT file != nullptr Common/src/Logger(N) int "
+            "AR::Common::getFormatStringLevelFilename(char*, size_t, AR::Common::Logger::LEVEL, "
+            "const char*, \nCommon/src/Logger(N)\n");
+}
+
+TEST_F(LoggerTest, OutOfRangeLevelIsReportedAndRejectedByThePlatformLog) {
+  LogCapture capture;
+  logger.logEx2(-1, "odd");
+  ASSERT_EQ(capture.messages().size(), 2u);
+  EXPECT_EQ(capture.messages()[0], "AR : odd\n");
+  EXPECT_EQ(withoutLines(capture.messages()[1]),
+            "AR ERROR: AR_ASSERT nlevel >= 0 && nlevel <= 5 Common/src/Logger(N) const char* "
+            "AR::Common::getLogLevelString(AR::Common::Logger::LEVEL)\n");
+  const std::vector<PlatformEntry> log = platformLog();
+  ASSERT_EQ(log.size(), 2u);
+  EXPECT_EQ(log[0], (PlatformEntry{6, "AR", "Erroneous log level -1"}));
+  EXPECT_EQ(log[1].priority, 6);
+}
+
+TEST_F(LoggerTest, MissingFormatterInTheTableIsReported) {
+  LogFormatFunction table[16] = {};
+  table[8] = getFormatStringLevel;
+  LogFormatFunction full = nullptr;
+  LogFormatFunction shortForm = nullptr;
+  LogCapture capture;
+  chooseLogFormatFunctions(Logger::FLAG_LEVEL | Logger::FLAG_FUNCTION, table, full, shortForm);
+  EXPECT_EQ(full, nullptr);
+  EXPECT_EQ(shortForm, getFormatStringLevel);
+  chooseLogFormatFunctions(Logger::FLAG_TIMEDATE, table, full, shortForm);
+  ASSERT_EQ(capture.messages().size(), 3u);
+  const std::string tail =
+      " Common/src/Logger(N) void AR::Common::Logger::setFlag(unsigned int, bool)\n";
+  EXPECT_EQ(withoutLines(capture.messages()[0]),
+            "AR ERROR: AR_ASSERT pimpl->formatFunction != nullptr" + tail);
+  EXPECT_EQ(withoutLines(capture.messages()[1]),
+            "AR ERROR: AR_ASSERT pimpl->formatFunction != nullptr" + tail);
+  EXPECT_EQ(withoutLines(capture.messages()[2]),
+            "AR ERROR: AR_ASSERT pimpl->shortFormatFunction != nullptr" + tail);
+}
+
+// ---------------------------------------------------------------------------
+// Method names, escaping and truncation.
+
+TEST(LoggerParseMethodName, TakesTheLastWordBeforeTheParameters) {
+  auto parse = [](const char* name, int limit) {
+    const StringPortion p = Logger::parseMethodName(name, limit);
+    return std::string(p.text, p.length);
+  };
+  EXPECT_EQ(parse("void AR::Common::Logger::setFlag(unsigned int, bool)", 80),
+            "AR::Common::Logger::setFlag");
+  EXPECT_EQ(parse("static AR::Common::Logger& AR::Common::Logger::getInstance()", 80),
+            "AR::Common::Logger::getInstance");
+  EXPECT_EQ(parse("main", 80), "main");
+  EXPECT_EQ(parse("unsigned int VIO::count", 80), "VIO::count");
+  EXPECT_EQ(parse("void A::abcdef()", 4), "cdef");
+  EXPECT_EQ(parse("void A::abcdef()", -1), "A::abcdef");
+  EXPECT_EQ(Logger::parseMethodName(nullptr, 80).length, 0u);
+}
+
+TEST_F(LoggerTest, LongMethodNamesAreFilteredAndPrintedByTheirLast80Characters) {
+  const std::string name = "Outer::" + std::string(40, 'a') + "::" + std::string(40, 'b');
+  const std::string last80 = name.substr(name.size() - 80);
+  const std::string method = "void " + name + "(int)";
+  logger.setFlag(Logger::FLAG_FUNCTION | Logger::FLAG_FILTER, true);
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_ERROR, "F", method.c_str(), 1, "x");
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"AR ERROR: " + last80 + "(): x\n"});
+
+  // The filter sees the same 80 characters: an entry for the full name's
+  // first part does not apply, one for the shortened name does.
+  capture.clear();
+  logger.getLogFilter().setFilterLevel("Outer", 0, LogFilter::LOG_FILTER_SET_ALWAYS);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", method.c_str(), 1, "x");
+  EXPECT_EQ(capture.messages().size(), 1u);
+  capture.clear();
+  logger.getLogFilter().setFilterLevel(last80.c_str(), 0, LogFilter::LOG_FILTER_SET_ALWAYS);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", method.c_str(), 1, "x");
+  EXPECT_TRUE(capture.messages().empty());
+}
+
+TEST_F(LoggerTest, PercentInFileOrMethodPrintsLiterally) {
+  logger.setFlag(Logger::FLAG_FUNCTION | Logger::FLAG_FILENAME, true);
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_ERROR, "dir%s/file%n", "void ns::op%n%d(int)", 3, "v=%d", 5);
+  logger.log2(Logger::LEVEL_ERROR, "dir%s", "void op%s()", 4, "100% done");
+  EXPECT_EQ(capture.messages(),
+            (std::vector<std::string>{"AR ERROR: ns::op%n%d() [3]: v=5\ndir%s/file%n(3)\n",
+                                      "AR ERROR: op%s() [4]: 100% done\ndir%s(4)\n"}));
+}
+
+TEST_F(LoggerTest, ShortFormsTreatTheTextAsData) {
+  LogCapture capture;
+  logger.log2(Logger::LEVEL_ERROR, "50% %s");
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"AR ERROR: 50% %s\n"});
+}
+
+TEST_F(LoggerTest, OverLongMessagesAreCutToTheBuffer) {
+  LogCapture capture;
+  const std::string big(3000, 'x');
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "%s", big.c_str());
+  ASSERT_EQ(capture.messages().size(), 1u);
+  EXPECT_EQ(capture.messages()[0], "AR ERROR: " + std::string(2046 - 10, 'x'));
+
+  // A caller format longer than the format buffer is cut without leaving
+  // half a conversion behind.
+  capture.clear();
+  const std::string format = std::string(1011, 'y') + "%d";
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, format.c_str(), 5);  // NOLINT
+  ASSERT_EQ(capture.messages().size(), 1u);
+  EXPECT_EQ(capture.messages()[0], "AR ERROR: " + std::string(1011, 'y'));
+}
+
+TEST(LoggerFormatHelpers, TrimTruncatedFormatDropsAnIncompleteConversion) {
+  auto trim = [](std::string s) {
+    std::vector<char> buffer(s.begin(), s.end());
+    buffer.push_back('\0');
+    const size_t n = trimTruncatedFormat(buffer.data(), s.size());
+    return std::string(buffer.data()) + "|" + std::to_string(n);
+  };
+  EXPECT_EQ(trim("abc%"), "abc|3");
+  EXPECT_EQ(trim("abc%%"), "abc%%|5");
+  EXPECT_EQ(trim("abc%%%"), "abc%%|5");
+  EXPECT_EQ(trim("a%.3"), "a|1");
+  EXPECT_EQ(trim("a%-08l"), "a|1");
+  EXPECT_EQ(trim("a%d b%zu"), "a%d b%zu|8");
+}
+
+TEST(LoggerFormatHelpers, EscapePercentDoublesPercentAndNeverSplitsAPair) {
+  char out[8];
+  EXPECT_EQ(escapePercent("a%b", 3, out, sizeof(out)), 4u);
+  EXPECT_STREQ(out, "a%%b");
+  EXPECT_EQ(escapePercent("abcdef%", 7, out, sizeof(out)), 6u);
+  EXPECT_STREQ(out, "abcdef");
+  EXPECT_EQ(escapePercent("abcdefgh", 3, out, sizeof(out)), 3u);
+  EXPECT_STREQ(out, "abc");
+}
+
+// ---------------------------------------------------------------------------
+// Contract checks and string helpers.
+
+TEST_F(LoggerTest, LogErrorWritesTheAssertLineAndReturns) {
+  LogCapture capture;
+  const std::string longFunction = "void AR::CV::" + std::string(120, 'f') + "()";
+  logError("x > 0", "CV/src/Camera/Camera", "bool AR::CV::Camera<PREC>::init()", 17);
+  logError("y", "F", longFunction.c_str(), 2);
+  ASSERT_EQ(capture.messages().size(), 2u);
+  EXPECT_EQ(capture.messages()[0],
+            "AR ERROR: AR_ASSERT x > 0 CV/src/Camera/Camera(17) bool AR::CV::Camera<PREC>::init()\n");
+  EXPECT_EQ(capture.messages()[1], "AR ERROR: AR_ASSERT y F(2) " + longFunction.substr(0, 100) + "\n");
+
+  capture.clear();
+  logger.setFlag(Logger::FLAG_FUNCTION, true);
+  logError("z", "F", "void g()", 3);
+  EXPECT_EQ(capture.messages(),
+            std::vector<std::string>{"AR ERROR: AR::Common::logError(): AR_ASSERT z F(3) void g()\n"});
+
+  capture.clear();
+  logger.setLevel(Logger::LEVEL_OFF);
+  logError("z", "F", "void g()", 3);
+  EXPECT_TRUE(capture.messages().empty());
+}
+
+TEST_F(LoggerTest, CapacityReportNamesSizesAndBytes) {
+  LogCapture capture;
+  logError(size_t(16), size_t(16), "AR::Common::SmallVector is full", size_t(8));
+  EXPECT_EQ(capture.messages(),
+            std::vector<std::string>{
+                "AR ERROR: push_back: current_size=16, MAX_SIZE=16. 8b, AR::Common::SmallVector is full\n"});
+}
+
+TEST_F(LoggerTest, OnelineStringChecksLengthAndLevel) {
+  LogCapture capture;
+  logOnelineString("hello", Logger::LEVEL_WARNING);
+  logOnelineString("quiet", Logger::LEVEL_INFO);
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"AR WARNING: hello\n"});
+
+  capture.clear();
+  const std::string long901(901, 'L');
+  logOnelineString(long901, Logger::LEVEL_ERROR);
+  ASSERT_EQ(capture.messages().size(), 2u);
+  EXPECT_EQ(withoutLines(capture.messages()[0]),
+            "AR ERROR: AR_ASSERT string.length() <= MAX_LOG_LINE_LEN Common/src/Logger(N) void "
+            "AR::Common::logOnelineString(const std::string&, int)\n");
+  EXPECT_EQ(capture.messages()[1], "AR ERROR: " + long901 + "\n");
+
+  capture.clear();
+  logOnelineString("hi", 7);
+  ASSERT_EQ(capture.messages().size(), 2u);
+  EXPECT_EQ(capture.messages()[0], "AR ERROR: Unsupported log level 7 message hi\n");
+  EXPECT_EQ(withoutLines(capture.messages()[1]),
+            "AR ERROR: AR_ASSERT 0 Common/src/Logger(N) void AR::Common::logOnelineString(const "
+            "std::string&, int)\n");
+}
+
+std::string letters(size_t n) {
+  std::string s(n, ' ');
+  for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>('a' + i % 26);
+  return s;
+}
+
+std::vector<std::string> linesOf(const LogCapture& capture) {
+  std::vector<std::string> lines;
+  for (const std::string& m : capture.messages()) {
+    EXPECT_EQ(m.rfind("AR DEBUG: ", 0), 0u);
+    EXPECT_EQ(m.back(), '\n');
+    lines.push_back(m.substr(10, m.size() - 11));
+  }
+  return lines;
+}
+
+TEST_F(LoggerTest, MultilineStringSplitsAt900CharactersAndNewlines) {
+  const std::string text = letters(1000);
+  {
+    LogCapture capture;
+    logMultilineString(text, Logger::LEVEL_DEBUG);
+    EXPECT_EQ(linesOf(capture), (std::vector<std::string>{text.substr(0, 900), text.substr(900)}));
+  }
+  {
+    // A newline beyond the first 900 characters: the character after the
+    // cut (position 900) is skipped.
+    std::string withNewline = text;
+    withNewline[950] = '\n';
+    LogCapture capture;
+    logMultilineString(withNewline, Logger::LEVEL_DEBUG);
+    EXPECT_EQ(linesOf(capture),
+              (std::vector<std::string>{text.substr(0, 900), text.substr(901, 49),
+                                        text.substr(951)}));
+  }
+  {
+    LogCapture capture;
+    logMultilineString("one\ntwo\n\nthree", Logger::LEVEL_DEBUG);
+    EXPECT_EQ(linesOf(capture), (std::vector<std::string>{"one", "two", "", "three"}));
+  }
+  {
+    LogCapture capture;
+    logMultilineString("", Logger::LEVEL_DEBUG);
+    EXPECT_EQ(linesOf(capture), std::vector<std::string>{""});
+  }
+  {
+    LogCapture capture;
+    logMultilineString(letters(900) + "\n" + "x", Logger::LEVEL_DEBUG);
+    EXPECT_EQ(linesOf(capture), (std::vector<std::string>{letters(900), "x"}));
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Filtering through the logger.
+
+TEST_F(LoggerTest, FilterNarrowsWhatTheGlobalLevelAdmits) {
+  LogFilter& filter = logger.getLogFilter();
+  // Nodes created on the way get the level too, so the namespace is set first.
+  filter.setFilterLevel("VIO", Logger::LEVEL_DEBUG, LogFilter::LOG_FILTER_SET_ALWAYS);
+  filter.setFilterLevel("VIO::createMaps", Logger::LEVEL_ERROR, LogFilter::LOG_FILTER_SET_ALWAYS);
+  filter.setFilterLevel("VIO::verbose", Logger::LEVEL_VERBOSE, LogFilter::LOG_FILTER_SET_ALWAYS);
+  LogCapture capture;
+  // Without FLAG_FILTER the tree is ignored.
+  logger.logEx2(Logger::LEVEL_WARNING, "F", "void VIO::createMaps()", 1, "a");
+  logger.setFlag(Logger::FLAG_FILTER, true);
+  logger.logEx2(Logger::LEVEL_WARNING, "F", "void VIO::createMaps()", 1, "b");
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void VIO::createMaps()", 1, "c");
+  logger.logEx2(Logger::LEVEL_WARNING, "F", "void VIO::other()", 1, "d");
+  // The global level (3) is tested first: the filter cannot widen it.
+  logger.logEx2(Logger::LEVEL_VERBOSE, "F", "void VIO::verbose()", 1, "e");
+  EXPECT_EQ(capture.messages(), (std::vector<std::string>{"AR WARNING: a\n", "AR ERROR: c\n",
+                                                          "AR WARNING: d\n"}));
+  EXPECT_FALSE(logger.checkAndCreateFormatString(Logger::LEVEL_WARNING, "F",
+                                                 "void VIO::createMaps()", 1, "b"));
+  EXPECT_TRUE(logger.checkAndCreateFormatString(Logger::LEVEL_WARNING, "F", "void VIO::other()", 1,
+                                                "d"));
+  EXPECT_FALSE(logger.checkAndCreateFormatString(Logger::LEVEL_WARNING, "F", nullptr, 1, "d"));
+}
+
+TEST_F(LoggerTest, SetLevelMovesTheFilterRootToo) {
+  logger.setLevel(Logger::LEVEL_VERBOSE);
+  EXPECT_EQ(logger.getLevel(), Logger::LEVEL_VERBOSE);
+  EXPECT_EQ(logger.getLogFilter().getLevel("Any::thing", -1), 5);
+  logger.setFlag(Logger::FLAG_FILTER, true);
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_VERBOSE, "F", "void f()", 1, "v");
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"AR VERBOSE: v\n"});
+}
+
+TEST_F(LoggerTest, FlagsAreTestedAsAnyBitOfTheMask) {
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_CONSOLE | Logger::FLAG_TIMEDATE));
+  EXPECT_FALSE(logger.getFlag(Logger::FLAG_TIMEDATE | Logger::FLAG_FILTER));
+  logger.setFlag(Logger::FLAG_TIMEDATE | Logger::FLAG_FILTER, true);
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_FILTER));
+  logger.setFlag(Logger::FLAG_TIMEDATE | Logger::FLAG_FILTER | Logger::FLAG_CONSOLE, false);
+  EXPECT_FALSE(logger.getFlag(kAllFlags & ~Logger::FLAG_LEVEL));
+}
+
+// ---------------------------------------------------------------------------
+// Targets.
+
+class TaggedTarget : public LogTarget {
+ public:
+  TaggedTarget(std::vector<std::string>& sink, std::string tag) : sink_(sink), tag_(std::move(tag)) {}
+  void output(const char* text) override { sink_.push_back(tag_ + text); }
+
+ private:
+  std::vector<std::string>& sink_;
+  std::string tag_;
+};
+
+TEST_F(LoggerTest, TargetsRunInRegistrationOrderAndRemoveTheFirstMatch) {
+  std::vector<std::string> sink;
+  TaggedTarget a(sink, "a:"), b(sink, "b:");
+  logger.addTarget(&a);
+  logger.addTarget(&b);
+  logger.addTarget(&a);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "1");
+  EXPECT_EQ(sink, (std::vector<std::string>{"a:AR ERROR: 1\n", "b:AR ERROR: 1\n",
+                                            "a:AR ERROR: 1\n"}));
+  sink.clear();
+  EXPECT_TRUE(logger.removeTarget(&a));
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "2");
+  EXPECT_EQ(sink, (std::vector<std::string>{"b:AR ERROR: 2\n", "a:AR ERROR: 2\n"}));
+  EXPECT_TRUE(logger.removeTarget(&a));
+  EXPECT_TRUE(logger.removeTarget(&b));
+  EXPECT_FALSE(logger.removeTarget(&b));
+}
+
+class LoggingTarget : public LogTarget {
+ public:
+  void output(const char*) override {
+    ++calls;
+    // Logging from a target is not allowed; it must neither deadlock nor
+    // recurse, and reconfiguring must still work.
+    Logger::getInstance().logEx2(Logger::LEVEL_ERROR, "F", "void t()", 1, "nested");
+    Logger::getInstance().setLevel(Logger::LEVEL_WARNING);
+  }
+  int calls = 0;
+};
+
+TEST_F(LoggerTest, ATargetThatLogsDoesNotDeadlock) {
+  LoggingTarget target;
+  LogCapture capture;
+  logger.addTarget(&target);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "outer");
+  logger.removeTarget(&target);
+  EXPECT_EQ(target.calls, 1);
+  EXPECT_EQ(capture.messages(), std::vector<std::string>{"AR ERROR: outer\n"});
+  EXPECT_EQ(logger.getLevel(), Logger::LEVEL_WARNING);
+}
+
+// ---------------------------------------------------------------------------
+// File output.
+
+TEST_F(LoggerTest, FileReplacesThePlatformLogAndIsAppended) {
+  const std::string path = tempPath("file.log");
+  logger.setFile(path, false, false);
+  LogCapture capture;
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "one");
+  logger.logEx2(Logger::LEVEL_WARNING, "F", "void f()", 1, "two");
+  EXPECT_EQ(readFile(path), "AR ERROR: one\nAR WARNING: two\n");
+  EXPECT_TRUE(platformLog().empty());
+  EXPECT_EQ(capture.messages().size(), 2u);  // targets still see everything
+
+  // append keeps the content, a new setFile without append truncates it
+  logger.setFile(path, true, false);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "three");
+  EXPECT_EQ(readFile(path), "AR ERROR: one\nAR WARNING: two\nAR ERROR: three\n");
+  logger.setFile(path, false, false);
+  EXPECT_EQ(readFile(path), "");
+
+  // Without a file the platform log is used again.
+  logger.setFile(Path(), false, false);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "four");
+  EXPECT_EQ(platformLog(), (std::vector<PlatformEntry>{{6, "AR", ": four\n"}}));
+}
+
+TEST_F(LoggerTest, FileIsOpenedLazilyAndClosedAfterEachWriteWhenAsked) {
+  const std::string path = tempPath("lazy.log");
+  logger.setFile(path, true, true);
+  EXPECT_NE(access(path.c_str(), F_OK), 0) << "opened before the first message";
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "one");
+  EXPECT_EQ(readFile(path), "AR ERROR: one\n");
+  // The handle was closed: after removing the file the next message
+  // creates a new one instead of writing to the removed inode.
+  std::remove(path.c_str());
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "two");
+  EXPECT_EQ(readFile(path), "AR ERROR: two\n");
+}
+
+TEST_F(LoggerTest, FileControlOperations) {
+  const std::string path = tempPath("control.log");
+  EXPECT_FALSE(logger.openLogFile());  // no path
+  logger.setFile(path, true, false);
+  EXPECT_TRUE(logger.openLogFile());
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "kept");
+  logger.closeLogFile();  // not close-after-write: stays open
+  std::remove(path.c_str());
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "into the removed file");
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
+  logger.closeFile();
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "reopened");
+  EXPECT_EQ(readFile(path), "AR ERROR: reopened\n");
+  logger.clearLogFile();  // a file is open: nothing happens
+  EXPECT_EQ(readFile(path), "AR ERROR: reopened\n");
+  logger.closeFile();
+  logger.clearLogFile();
+  EXPECT_EQ(readFile(path), "");
+}
+
+TEST_F(LoggerTest, UnopenableFileFallsBackToThePlatformLog) {
+  logger.setFile(Path("/nonexistent-dir-ar/x.log"), true, false);
+  EXPECT_FALSE(logger.openLogFile());
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "still seen");
+  EXPECT_EQ(platformLog(), (std::vector<PlatformEntry>{{6, "AR", ": still seen\n"}}));
+  logger.setFlag(Logger::FLAG_CONSOLE, false);
+  logger.logEx2(Logger::LEVEL_ERROR, "F", "void f()", 1, "not seen");
+  EXPECT_EQ(platformLog().size(), 1u);
+}
+
+// ---------------------------------------------------------------------------
+// Configuration.
+
+TEST_F(LoggerTest, ConfigurationFromXml) {
+  const std::string path = tempPath("configured.log");
+  {
+    std::ofstream existing(path);
+    existing << "earlier\n";
+  }
+  logger.getLogFilter().setFilterLevel("Keep::me", 1, LogFilter::LOG_FILTER_SET_ALWAYS);
+  const std::string xml =
+      "<Brim><Logging defaultLevel=\"Verbose\" timedate=\"TRUE\" function=\"true\" "
+      "filename=\"false\" console=\"False\" filter=\"true\" logfile=\"" +
+      path +
+      "\">"
+      "<LogLevel name=\"VIO::createMaps\" level=\"error\"/>"
+      "<LogLevel name=\"Keep::me\" level=\"verbose\"/>"
+      "<LogLevel name=\"Skipped::x\"/>"
+      "<Other name=\"Other::y\" level=\"off\"/>"
+      "</Logging></Brim>";
+  ConfigNode config;
+  ASSERT_TRUE(config.loadFromString(xml.c_str()));
+  logger.initializeLogSettingsFromConfiguration(config);
+
+  EXPECT_EQ(logger.getLevel(), Logger::LEVEL_VERBOSE);
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_TIMEDATE));
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_FUNCTION));
+  EXPECT_FALSE(logger.getFlag(Logger::FLAG_FILENAME));
+  EXPECT_FALSE(logger.getFlag(Logger::FLAG_CONSOLE));
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_FILTER));
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_LEVEL));
+  const LogFilter& filter = logger.getLogFilter();
+  EXPECT_EQ(filter.Level, 5);
+  EXPECT_EQ(filter.getLevel("VIO::createMaps", -1), 1);
+  EXPECT_EQ(filter.getLevel("VIO::anything", -1), 1);  // created on the way
+  EXPECT_EQ(filter.getLevel("Keep::me", -1), 1);       // existing entries are kept
+  EXPECT_EQ(filter.getLevel("Skipped::x", -1), 5);
+  EXPECT_EQ(filter.getLevel("Other::y", -1), 5);
+
+  logger.logEx2(Logger::LEVEL_INFO, "F", "void Main::run()", 1, "to the file");
+  logger.logEx2(Logger::LEVEL_WARNING, "F", "void VIO::createMaps()", 1, "filtered out");
+  EXPECT_EQ(readFile(path), "earlier\nAR INFO: 2024-03-05 07:08:09: Main::run(): to the file\n");
+  EXPECT_TRUE(platformLog().empty());
+}
+
+TEST_F(LoggerTest, ConfigurationWithoutLoggingNodeChangesNothing) {
+  ConfigNode config;
+  ASSERT_TRUE(config.loadFromString("<Brim><Other defaultLevel=\"off\"/></Brim>"));
+  logger.initializeLogSettingsFromConfiguration(config);
+  EXPECT_EQ(logger.getLevel(), Logger::LEVEL_DEBUG);
+  EXPECT_TRUE(logger.getFlag(Logger::FLAG_CONSOLE));
+}
+
+// ---------------------------------------------------------------------------
+// Concurrency.
+
+TEST_F(LoggerTest, EightThreadsLoseAndTearNoLines) {
+  constexpr int kThreads = 8;
+  constexpr int kMessages = 400;
+  const std::string path = tempPath("threads.log");
+  LogCapture capture;
+  const std::string padding(100, '.');
+  auto run = [&](int thread) {
+    for (int i = 0; i < kMessages; ++i)
+      Logger::getInstance().logEx2(Logger::LEVEL_ERROR, "F", "void worker()", 1,
+                                   "thread %d message %d %s end", thread, i, padding.c_str());
+  };
+  auto expectAllLines = [&](const std::vector<std::string>& lines) {
+    ASSERT_EQ(lines.size(), size_t(kThreads * kMessages));
+    std::set<std::string> unique(lines.begin(), lines.end());
+    EXPECT_EQ(unique.size(), lines.size());
+    for (int t = 0; t < kThreads; ++t)
+      for (int i = 0; i < kMessages; ++i)
+        EXPECT_EQ(unique.count("AR ERROR: thread " + std::to_string(t) + " message " +
+                               std::to_string(i) + " " + padding + " end\n"),
+                  1u);
+  };
+
+  // platform log and targets
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) threads.emplace_back(run, t);
+  for (std::thread& th : threads) th.join();
+  expectAllLines(capture.messages());
+  std::vector<std::string> platformLines;
+  for (const PlatformEntry& e : platformLog()) platformLines.push_back("AR ERROR" + e.text);
+  expectAllLines(platformLines);
+
+  // file
+  logger.setFile(path, false, false);
+  threads.clear();
+  for (int t = 0; t < kThreads; ++t) threads.emplace_back(run, t);
+  for (std::thread& th : threads) th.join();
+  logger.closeFile();
+  std::vector<std::string> fileLines;
+  std::istringstream content(readFile(path));
+  for (std::string line; std::getline(content, line);) fileLines.push_back(line + "\n");
+  expectAllLines(fileLines);
+}
+
+}  // namespace
+}  // namespace Common
+}  // namespace AR
