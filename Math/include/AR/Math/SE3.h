@@ -56,10 +56,11 @@ class AR_EXPORT SE3 {
   static SE3 exp(const Vector6& v) {
     const Vector3 upsilon(v(0), v(1), v(2));
     const Vector3 omega(v(3), v(4), v(5));
-    const internal::ExpCoefficients<T> k(squaredNorm(omega));
+    const T theta2 = squaredNorm(omega);
+    const internal::ExpCoefficients<T> k(theta2);
     SE3 result;
     result.translation_ = upsilon;
-    if (squaredNorm(omega) > T(0)) {
+    if (theta2 > T(0)) {
       const Vector3 wxu = cross(omega, upsilon);
       result.translation_ = upsilon + wxu * k.B + cross(omega, wxu) * k.C;
     }
