@@ -13,22 +13,23 @@ namespace {
 
 constexpr const char* kSource = "CV/include/AR/CV/Stereo/Rectify";
 
-// Function texts of the log lines, as g++ names the two instances.
+// Function texts of the log lines, exactly as g++'s __PRETTY_FUNCTION__
+// prints the two instances (template parameter names included).
 #define AR_RECTIFY_FUNCTION_TEXT(text) \
   (std::is_same_v<T, float> ? text " [with T = float]" : text " [with T = double]")
 
 template <typename T>
 const char* checkMappingFactorText() {
   return AR_RECTIFY_FUNCTION_TEXT(
-      "void AR::CV::Internal::checkMappingFactor(const AR::Math::Vector<T, 2>&, const "
-      "AR::CV::FullStereoCameraCalibration<PREC>&, const AR::CV::DepthParams<T>&)");
+      "void AR::CV::Internal::checkMappingFactor(const AR::Math::Vector<PREC, 2>&, const "
+      "AR::CV::FullStereoCameraCalibration<T>&, const AR::CV::DepthParams<T>&)");
 }
 
 template <typename T>
 const char* validateStereoRectifyText() {
   return AR_RECTIFY_FUNCTION_TEXT(
-      "void AR::CV::Internal::validateStereoRectify(const AR::CV::FullStereoCameraCalibration<PREC>&, "
-      "const AR::CV::FullStereoCameraCalibration<PREC>&, const AR::Math::SO3<T>&)");
+      "void AR::CV::Internal::validateStereoRectify(const AR::CV::FullStereoCameraCalibration<T>&, "
+      "const AR::CV::FullStereoCameraCalibration<T>&, const AR::Math::SO3<OTHER>&)");
 }
 
 bool levelAtLeast(AR::Common::Logger::LEVEL level) {

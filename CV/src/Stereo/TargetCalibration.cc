@@ -14,7 +14,8 @@ namespace {
 
 constexpr const char* kSource = "CV/include/AR/CV/Stereo/Rectify";
 
-// Function texts of the log lines, as g++ names the two instances.
+// Function texts of the log lines, exactly as g++'s __PRETTY_FUNCTION__
+// prints the two instances (template parameter names included).
 #define AR_TARGET_FUNCTION_TEXT(PARAM, text)                                             \
   (std::is_same_v<PARAM, float> ? text " [with " #PARAM " = float; uint32_t = unsigned int]" \
                                 : text " [with " #PARAM " = double; uint32_t = unsigned int]")
@@ -23,10 +24,9 @@ template <typename FloatType>
 const char* makeTargetCalibrationText() {
   return AR_TARGET_FUNCTION_TEXT(
       FloatType,
-      "void AR::CV::makeTargetCalibration(const AR::CV::FullStereoCameraCalibration<PREC>&, uint32_t, "
-      "FloatType, FloatType, uint32_t, const AR::Math::SE3<FloatType>&, const "
-      "AR::Math::Vector<FloatType, 3>&, AR::CV::FullStereoCameraCalibration<PREC>&, "
-      "AR::Math::SO3<FloatType>&, AR::CV::DepthParams<FloatType>&)");
+      "void AR::CV::makeTargetCalibration(const FullStereoCameraCalibration<T>&, uint32_t, FloatType, "
+      "FloatType, uint32_t, const AR::Math::SE3<OTHER>&, const AR::Math::Vector<PREC, 3>&, "
+      "FullStereoCameraCalibration<T>&, AR::Math::SO3<OTHER>&, DepthParams<T>&)");
 }
 
 template <typename SFType>
@@ -40,14 +40,12 @@ const char* setupTargetIntrinsicsText() {
 template <typename FloatType>
 const char* leanTowardsDirectionText() {
   return std::is_same_v<FloatType, float>
-             ? "void AR::CV::Internal::leanTowardsDirection(const AR::Math::SE3<FloatType>&, const "
-               "AR::Math::Vector<FloatType, 3>&, const CamModel::CameraModel<PREC> (&)[2], "
-               "AR::CV::FullStereoCameraCalibration<PREC>&, AR::Math::SO3<FloatType>&) [with "
-               "FloatType = float]"
-             : "void AR::CV::Internal::leanTowardsDirection(const AR::Math::SE3<FloatType>&, const "
-               "AR::Math::Vector<FloatType, 3>&, const CamModel::CameraModel<PREC> (&)[2], "
-               "AR::CV::FullStereoCameraCalibration<PREC>&, AR::Math::SO3<FloatType>&) [with "
-               "FloatType = double]";
+             ? "void AR::CV::Internal::leanTowardsDirection(const AR::Math::SE3<OTHER>&, const "
+               "AR::Math::Vector<PREC, 3>&, const CamModel::CameraModel<PREC> (&)[2], "
+               "AR::CV::FullStereoCameraCalibration<T>&, AR::Math::SO3<OTHER>&) [with FloatType = float]"
+             : "void AR::CV::Internal::leanTowardsDirection(const AR::Math::SE3<OTHER>&, const "
+               "AR::Math::Vector<PREC, 3>&, const CamModel::CameraModel<PREC> (&)[2], "
+               "AR::CV::FullStereoCameraCalibration<T>&, AR::Math::SO3<OTHER>&) [with FloatType = double]";
 }
 
 #undef AR_TARGET_FUNCTION_TEXT
@@ -159,8 +157,8 @@ void leanTowardsDirection(const AR::Math::SE3<FloatType>& T_ol2ref,
                                              "Target calibration angle from desired direction %frads; was %frads.",
                                              double(angleFromTargetAfter), double(angleFromTargetBefore));
 
-  // The old optical axis, seen from the rotated pair, becomes the new
-  // principal point, so the image content stays where it was.
+  // The principal point moves to the pixel at which the turned optical axis
+  // appeared in the unturned target image.
   const Vec3 q = E.matrix() * Vec3(0, 0, 1);
   if (q(2) < T(0.01)) {
     // Keeps the principal points of the unrotated target.
