@@ -35,3 +35,9 @@ if(TARGET ARVIOUndistort AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMap
     SOURCES src/UndistortMap_test.cc
     DEPS ARVIOUndistort)
 endif()
+
+if(TARGET ARVIOUndistort AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMapEntry_test.cc)
+  ar_add_test(vio_undistort_entry_test
+    SOURCES src/UndistortMapEntry_test.cc
+    DEPS ARVIOUndistort)
+endif()
