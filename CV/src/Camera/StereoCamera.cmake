@@ -15,3 +15,7 @@ foreach(_entry StereoCamera:camera CalibrationFile:file)
     ar_add_test(cv_rig_${_name}_test SOURCES src/Camera/${_stem}_test.cc DEPS ARCVStereoCamera)
   endif()
 endforeach()
+if(TARGET cv_rig_file_test)
+  target_compile_definitions(cv_rig_file_test PRIVATE
+    AR_EXAMPLE_RIG="${PROJECT_SOURCE_DIR}/examples/example_rig.xml")
+endif()
