@@ -4,11 +4,11 @@
 #include "AR/PL/PLLog.h"
 #include "PL/PLHooks.h"
 
-static_assert(AR_LOG_PRIORITY_VERBOSE == ANDROID_LOG_VERBOSE, "priority scale differs");
-static_assert(AR_LOG_PRIORITY_DEBUG == ANDROID_LOG_DEBUG, "priority scale differs");
-static_assert(AR_LOG_PRIORITY_INFO == ANDROID_LOG_INFO, "priority scale differs");
-static_assert(AR_LOG_PRIORITY_WARN == ANDROID_LOG_WARN, "priority scale differs");
-static_assert(AR_LOG_PRIORITY_ERROR == ANDROID_LOG_ERROR, "priority scale differs");
+static_assert(int(AR_LOG_PRIORITY_VERBOSE) == int(ANDROID_LOG_VERBOSE), "priority scale differs");
+static_assert(int(AR_LOG_PRIORITY_DEBUG) == int(ANDROID_LOG_DEBUG), "priority scale differs");
+static_assert(int(AR_LOG_PRIORITY_INFO) == int(ANDROID_LOG_INFO), "priority scale differs");
+static_assert(int(AR_LOG_PRIORITY_WARN) == int(ANDROID_LOG_WARN), "priority scale differs");
+static_assert(int(AR_LOG_PRIORITY_ERROR) == int(ANDROID_LOG_ERROR), "priority scale differs");
 
 const char* arLogBackendName(void) { return "android"; }
 
