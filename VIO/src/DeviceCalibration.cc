@@ -110,8 +110,8 @@ bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
   calibration.setupEmptyCalibrationWithDefaultIds(2);
 
   // 5. Camera 0 defines the rig's reference frame.
-  const AR::Math::SE3<float> pose0(AR::Math::SO3<float>(Matrix<float, 3, 3>::identity()),
-                                   Vector<float, 3>());
+  const Matrix<float, 3, 3> identity = Matrix<float, 3, 3>::identity();
+  const AR::Math::SE3<float> pose0{AR::Math::SO3<float>(identity), Vector<float, 3>()};
 
   // 6. Camera 1 relative to camera 0: T1 * T0^-1. The translation uses the
   // factors before re-orthogonalisation.

@@ -485,6 +485,43 @@ TEST(MakeDeviceCalibrationTest, RefusesRigsThatDoNotFit) {
   EXPECT_EQ(std::memcmp(&device, &before, sizeof(device)), 0);
 }
 
+TEST(MakeDeviceCalibrationTest, ExampleRigThroughTheDeviceRecord) {
+  AR::CV::FullStereoCameraCalibration<double> rig;
+  AR::CV::DisplayEyes eyes;
+  std::string error;
+  testing::internal::CaptureStdout();
+  const bool loaded = AR::CV::loadCameraCalibFromDeviceConfig(AR_EXAMPLE_RIG, rig, &eyes, &error);
+  testing::internal::GetCapturedStdout();
+  ASSERT_TRUE(loaded) << error;
+
+  DeviceCalibrationMRV device;
+  ASSERT_TRUE(makeDeviceCalibration(rig, device, &error)) << error;
+  const Converted c = convert(device);
+  ASSERT_TRUE(c.ok);
+
+  // The device record carries the file's intrinsics, rounded to float.
+  for (size_t i = 0; i < 2; ++i) {
+    const auto& file = rig[i].getIntrinsics().getCamModel();
+    const auto& converted = c.calibration[i].getIntrinsics().getCamModel();
+    EXPECT_EQ(converted.focalLength, file.focalLength.cast<float>());
+    EXPECT_EQ(converted.radialDistortionCoeffs, file.radialDistortionCoeffs.cast<float>());
+  }
+  // "trackingB1" sits where the file puts the right camera relative to the left.
+  const auto relative = rig[1].getCamReferenceToLocal() * rig[0].getLocalToCamReference();
+  const auto& pose1 = c.calibration[1].getCamReferenceToLocal();
+  expectNearMatrix(pose1.rotation().matrix(), relative.rotation().matrix().cast<float>(), 2e-6f);
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NEAR(pose1.translation()(i), relative.translation()(i), 2e-6);
+
+  ASSERT_TRUE(eyes.present);
+  CameraCalibrationMRV left;
+  makeDisplayRecord(eyes.left, left);
+  EXPECT_EQ(left.width, 1280);
+  EXPECT_EQ(left.fx, 612.0);
+  EXPECT_EQ(left.pose.orientation.w, 1.0);
+  EXPECT_EQ(left.pose.position.z, -0.062);
+}
+
 TEST(MakeDisplayRecordTest, CentredDistortionFreeEye) {
   AR::CV::DisplayEye eye;
   eye.width = 1280;
