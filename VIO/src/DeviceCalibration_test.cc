@@ -37,10 +37,9 @@ struct Quat {
 };
 
 Quat multiply(const Quat& a, const Quat& b) {
-  return {a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,
-          a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
-          a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w,
-          a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
+  return {
+      a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y, a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
+      a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
 }
 
 Quat axisAngle(double ax, double ay, double az, double angle) {
@@ -117,8 +116,7 @@ DeviceCalibrationMRV makeDevice(const XrPosedMRV_t& left) {
   DeviceCalibrationMRV device;
   std::memset(&device, 0, sizeof(device));
   device.num_cameras = 2;
-  const XrPosedMRV_t relative =
-      makePose(axisAngle(0.1, 1.0, 0.05, 0.06), -0.1004, 0.0012, 0.0021);
+  const XrPosedMRV_t relative = makePose(axisAngle(0.1, 1.0, 0.05, 0.06), -0.1004, 0.0012, 0.0021);
   device.cameras[0] = makeCamera(FISHEYE_4_PARAMETERS, 280.5, left);
   device.cameras[1] = makeCamera(RADIAL_3_PARAMETERS, 279.0, compose(relative, left));
   return device;
@@ -158,10 +156,10 @@ void putAt(std::vector<unsigned char>& bytes, size_t offset, T value) {
 
 TEST(DeviceRecordLayoutTest, FieldsSitAtTheirByteOffsets) {
   std::vector<unsigned char> bytes(sizeof(DeviceCalibrationMRV), 0xAB);
-  putAt(bytes, 200, 1.25);    // header vector A[0]
-  putAt(bytes, 240, -2.5);    // header vector B[2]
-  putAt(bytes, 272, 3.75);    // header vector C[0]
-  putAt(bytes, 312, -4.0);    // header vector D[2]
+  putAt(bytes, 200, 1.25);  // header vector A[0]
+  putAt(bytes, 240, -2.5);  // header vector B[2]
+  putAt(bytes, 272, 3.75);  // header vector C[0]
+  putAt(bytes, 312, -4.0);  // header vector D[2]
   putAt(bytes, 872, uint32_t{2});
   const size_t cam1 = 880 + 312;
   putAt(bytes, cam1 + 64, int32_t{1280});
@@ -257,7 +255,8 @@ TEST(ToXRRDTest, UnnormalisedQuaternionGivesTheSameRotation) {
   const Quat q = axisAngle(0.2, -0.7, 0.4, 1.1);
   const XrPosedMRV_t unit = makePose(q, 0.5, -0.25, 2.0);
   const XrPosedMRV_t doubled = makePose({2 * q.x, 2 * q.y, 2 * q.z, 2 * q.w}, 0.5, -0.25, 2.0);
-  const XrPosedMRV_t scaled = makePose({0.3 * q.x, 0.3 * q.y, 0.3 * q.z, 0.3 * q.w}, 0.5, -0.25, 2.0);
+  const XrPosedMRV_t scaled =
+      makePose({0.3 * q.x, 0.3 * q.y, 0.3 * q.z, 0.3 * q.w}, 0.5, -0.25, 2.0);
   const auto a = toXRRD(unit);
   const auto b = toXRRD(doubled);
   // Doubling scales by a power of two, which normalisation undoes exactly.
@@ -510,8 +509,7 @@ TEST(MakeDeviceCalibrationTest, ExampleRigThroughTheDeviceRecord) {
   const auto relative = rig[1].getCamReferenceToLocal() * rig[0].getLocalToCamReference();
   const auto& pose1 = c.calibration[1].getCamReferenceToLocal();
   expectNearMatrix(pose1.rotation().matrix(), relative.rotation().matrix().cast<float>(), 2e-6f);
-  for (int i = 0; i < 3; ++i)
-    EXPECT_NEAR(pose1.translation()(i), relative.translation()(i), 2e-6);
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(pose1.translation()(i), relative.translation()(i), 2e-6);
 
   ASSERT_TRUE(eyes.present);
   CameraCalibrationMRV left;
@@ -528,8 +526,8 @@ TEST(MakeDisplayRecordTest, CentredDistortionFreeEye) {
   eye.height = 1440;
   eye.fx = 640.5;
   eye.fy = 641.5;
-  eye.eyeFromDevice = AR::Math::SE3<double>::exp(
-      AR::Math::Vector<double, 6>(0.03, -0.01, 0.02, 0.0, 0.05, 0.0));
+  eye.eyeFromDevice =
+      AR::Math::SE3<double>::exp(AR::Math::Vector<double, 6>(0.03, -0.01, 0.02, 0.0, 0.05, 0.0));
   CameraCalibrationMRV record;
   std::memset(&record, 0xFF, sizeof(record));
   makeDisplayRecord(eye, record);

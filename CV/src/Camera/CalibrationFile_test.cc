@@ -297,7 +297,8 @@ const char* const kValidFile =
     "<DeviceConfiguration deviceUID=\"uid\">\n"
     "  <Camera id=\"cam\">\n"
     "    <Calibration size=\"640 480 \" principal_point=\"320 240 \" focal_length=\"280 280 \"\n"
-    "                 model=\"RADIAL_3_PARAMETERS\" radial_distortion=\"-0.28 0.07 -0.008 0 0 0 \"\n"
+    "                 model=\"RADIAL_3_PARAMETERS\" radial_distortion=\"-0.28 0.07 -0.008 0 0 0 "
+    "\"\n"
     "                 tangential_distortion=\"0.0003 -0.0002 \"/>\n"
     "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"/>\n"
     "    <RollingShutter enabled=\"true\" line_time=\"2e-5\"/>\n"
@@ -315,8 +316,8 @@ const char* const kValidFile =
 
 struct MalformedCase {
   const char* name;
-  const char* from;  // text in kValidFile
-  const char* to;    // its replacement
+  const char* from;     // text in kValidFile
+  const char* to;       // its replacement
   const char* message;  // expected part of the error
 };
 
@@ -402,7 +403,8 @@ const MalformedCase kMalformedCases[] = {
     {"TooManySizeValues", "size=\"640 480 \"", "size=\"640 480 3\"",
      "attribute 'size' holds 3 values, expected 2"},
     {"OneTangentialValue", "tangential_distortion=\"0.0003 -0.0002 \"",
-     "tangential_distortion=\"0.0003\"", "attribute 'tangential_distortion' holds 1 value, expected 2"},
+     "tangential_distortion=\"0.0003\"",
+     "attribute 'tangential_distortion' holds 1 value, expected 2"},
     {"NaN", "focal_length=\"280 280 \"", "focal_length=\"280 nan \"",
      "attribute 'focal_length' value 'nan' is not finite"},
     {"Infinity", "translation=\"0.05 0 0\"", "translation=\"0.05 -inf 0\"",
@@ -431,9 +433,11 @@ const MalformedCase kMalformedCases[] = {
      "element 'RollingShutter' of camera 'cam' (line 8): attribute 'enabled' value 'yes' is not a "
      "boolean"},
     {"MissingLineTime", "line_time=\"2e-5\"", "", "attribute 'line_time' is missing"},
-    {"MissingCrop", "cropT=\"0\" ", "", "element 'CaptureDetails' of camera 'cam' (line 9): "
-                                        "attribute 'cropT' is missing"},
-    {"FractionalCrop", "cropB=\"0\"", "cropB=\"1.5\"", "attribute 'cropB' value '1.5' is not an integer"},
+    {"MissingCrop", "cropT=\"0\" ", "",
+     "element 'CaptureDetails' of camera 'cam' (line 9): "
+     "attribute 'cropT' is missing"},
+    {"FractionalCrop", "cropB=\"0\"", "cropB=\"1.5\"",
+     "attribute 'cropB' value '1.5' is not an integer"},
     {"CropOutOfRange", "cropB=\"0\"", "cropB=\"4294967296\"",
      "attribute 'cropB' value '4294967296' is out of range"},
     {"BadDelta", "delta=\"0.001\"", "delta=\"soon\"",
@@ -452,10 +456,12 @@ const MalformedCase kMalformedCases[] = {
     {"UnknownSide", "side=\"right\"", "side=\"middle\"",
      "attribute 'side' value 'middle' is neither 'left' nor 'right'"},
     {"RepeatedSide", "side=\"right\"", "side=\"left\"", "attribute 'side' repeats the left eye"},
-    {"ZeroWidthEye", "<DisplayEye side=\"left\" width=\"1280\"", "<DisplayEye side=\"left\" width=\"0\"",
+    {"ZeroWidthEye", "<DisplayEye side=\"left\" width=\"1280\"",
+     "<DisplayEye side=\"left\" width=\"0\"",
      "element 'DisplayEye' of display eye 'left' (line 13): attribute 'width' must be positive"},
-    {"NegativeFocalEye", "fx=\"612\" fy=\"612\">\n    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" "
-                         "translation=\"-0.03",
+    {"NegativeFocalEye",
+     "fx=\"612\" fy=\"612\">\n    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" "
+     "translation=\"-0.03",
      "fx=\"612\" fy=\"-612\">\n    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"-0.03",
      "display eye 'right' (line 16): attribute 'fy' must be positive"},
     {"EyeWithoutPose", "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.03 0 0\"/>\n", "",

@@ -15,9 +15,7 @@ namespace {
 using AR::Test::LogCapture;
 
 /// Text that logError produces for a failed condition (prefix up to the file).
-std::string assertText(const std::string& condition) {
-  return "AR_ASSERT " + condition + " ";
-}
+std::string assertText(const std::string& condition) { return "AR_ASSERT " + condition + " "; }
 
 template <typename PREC>
 CamModel::CameraModel<PREC> makeModel(DistortionModel distortion = RADIAL_3_PARAMETERS) {
@@ -237,8 +235,8 @@ TYPED_TEST(FullCameraTest, CopiesShareIntrinsicsAndReinitDropsTheShare) {
 TYPED_TEST(FullCameraTest, ProjectionNeedsOneCentimetreOfDepth) {
   using PREC = TypeParam;
   FullCamera<PREC> camera;
-  ASSERT_TRUE(camera.init(makeModel<PREC>(), AR::Math::SE3<PREC>(), CamImageId("c"), false,
-                          PREC(0), CaptureDetails(), 0.0));
+  ASSERT_TRUE(camera.init(makeModel<PREC>(), AR::Math::SE3<PREC>(), CamImageId("c"), false, PREC(0),
+                          CaptureDetails(), 0.0));
   const AR::Math::Vector<PREC, 2> untouched(PREC(-7), PREC(-7));
   AR::Math::Vector<PREC, 2> pixel = untouched;
   EXPECT_FALSE(camera.projectCameraToDevicePix(
@@ -255,11 +253,12 @@ TYPED_TEST(FullCameraTest, ProjectionMatchesTheIntrinsicCameraAfterThePose) {
   using PREC = TypeParam;
   FullCamera<PREC> camera;
   const auto pose = makePose<PREC>();
-  ASSERT_TRUE(camera.init(makeModel<PREC>(), pose, CamImageId("c"), false, PREC(0),
-                          CaptureDetails(), 0.0));
+  ASSERT_TRUE(
+      camera.init(makeModel<PREC>(), pose, CamImageId("c"), false, PREC(0), CaptureDetails(), 0.0));
   const Camera<PREC>& intrinsics = camera.getIntrinsics();
-  const AR::Math::Vector<PREC, 3> points[] = {
-      {PREC(0.3), PREC(-0.2), PREC(2)}, {PREC(-1), PREC(0.5), PREC(1.5)}, {PREC(0), PREC(0), PREC(1)}};
+  const AR::Math::Vector<PREC, 3> points[] = {{PREC(0.3), PREC(-0.2), PREC(2)},
+                                              {PREC(-1), PREC(0.5), PREC(1.5)},
+                                              {PREC(0), PREC(0), PREC(1)}};
   for (const auto& X : points) {
     AR::Math::Vector<PREC, 2> viaRig;
     AR::Math::Vector<PREC, 2> viaCamera;
@@ -339,8 +338,8 @@ TYPED_TEST(RigTest, DefaultIdsAreAppendedUpToTheCount) {
 TYPED_TEST(RigTest, NoCameraIdsProvided) {
   using Rig = typename TestFixture::Rig;
   EXPECT_TRUE(Rig::noCameraIdsProvided(std::vector<CamImageId>()));
-  EXPECT_TRUE(Rig::noCameraIdsProvided(std::vector<CamImageId>{CamImageId("left"),
-                                                                CamImageId("default_cam_7")}));
+  EXPECT_TRUE(Rig::noCameraIdsProvided(
+      std::vector<CamImageId>{CamImageId("left"), CamImageId("default_cam_7")}));
   EXPECT_FALSE(
       Rig::noCameraIdsProvided(std::vector<CamImageId>{CamImageId("left"), CamImageId("right")}));
   EXPECT_FALSE(Rig::noCameraIdsProvided(std::vector<CamImageId>{CamImageId("my_default_cam_1")}));
@@ -433,8 +432,8 @@ TYPED_TEST(RigTest, TrySetupEmptyCalibration) {
   EXPECT_TRUE(log.messages().empty());
 
   // Not empty: nothing added, each missing id reported.
-  rig.trySetupEmptyCalibration(std::vector<CamImageId>{CamImageId("a"), CamImageId("c"),
-                                                       CamImageId("d")});
+  rig.trySetupEmptyCalibration(
+      std::vector<CamImageId>{CamImageId("a"), CamImageId("c"), CamImageId("d")});
   EXPECT_EQ(rig.size(), 2u);
   EXPECT_EQ(log.countContaining("AR_ASSERT find_if(this->begin(), this->end(), [&camId](const "
                                 "FullCamera<PREC> & cam){ return cam.getCamId() == camId; }) != "

@@ -47,7 +47,8 @@ class CamImageId {
     std::string_view getName() const {
       if (!(strnlen(fixedLengthString.data(), fixedLengthString.size()) < fixedLengthString.size()))
         AR::Common::logError(
-            "strnlen(fixedLengthString.data(), fixedLengthString.size()) < fixedLengthString.size()",
+            "strnlen(fixedLengthString.data(), fixedLengthString.size()) < "
+            "fixedLengthString.size()",
             "CV/include/AR/CV/Camera/CamImageId",
             "std::string_view AR::CV::CamImageId::CamName::getName() const", __LINE__);
       return rawName();
@@ -104,8 +105,9 @@ struct CaptureDetails {
   int32_t binningV = 0;
 
   friend bool operator==(const CaptureDetails& a, const CaptureDetails& b) {
-    return a.nativeSensorWidth == b.nativeSensorWidth && a.nativeSensorHeight == b.nativeSensorHeight &&
-           a.cropL == b.cropL && a.cropR == b.cropR && a.cropT == b.cropT && a.cropB == b.cropB &&
+    return a.nativeSensorWidth == b.nativeSensorWidth &&
+           a.nativeSensorHeight == b.nativeSensorHeight && a.cropL == b.cropL &&
+           a.cropR == b.cropR && a.cropT == b.cropT && a.cropB == b.cropB &&
            a.binningH == b.binningH && a.binningV == b.binningV;
   }
   friend bool operator!=(const CaptureDetails& a, const CaptureDetails& b) { return !(a == b); }
