@@ -3,6 +3,7 @@
 #include "AR/CV/Camera/Camera.h"
 #include "AR/CV/Image/Image.h"
 #include "AR/Common/ArrayView.h"
+#include "AR/Common/Macros.h"
 
 namespace VIO {
 
@@ -25,7 +26,8 @@ namespace VIO {
 /// camera without a valid image size) is reported and leaves every entry at
 /// -1.0. Single precision throughout; the distortion goes through the
 /// camera's spline.
-void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage, float fovFactor,
-                       AR::Common::ArrayView<AR::CV::Image<float>>& mapXY);
+AR_EXPORT void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage,
+                                 float fovFactor,
+                                 AR::Common::ArrayView<AR::CV::Image<float>>& mapXY);
 
 }  // namespace VIO
