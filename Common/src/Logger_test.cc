@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <cstring>
 #include <fstream>
 #include <mutex>
@@ -21,6 +23,33 @@
 #include "LogCapture.h"
 #include "LogFormatters.h"
 #include "PL/PLHooks.h"
+
+// Counts the heap allocations of the calling thread, to show that logging
+// itself allocates nothing.
+namespace {
+thread_local long tlsAllocations = 0;
+}
+
+void* operator new(size_t size) {
+  ++tlsAllocations;
+  void* memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  ++tlsAllocations;
+  return std::malloc(size == 0 ? 1 : size);
+}
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+  return operator new(size, tag);
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace AR {
 namespace Common {
@@ -755,6 +784,50 @@ TEST_F(LoggerTest, ConfigurationWithoutLoggingNodeChangesNothing) {
   logger.initializeLogSettingsFromConfiguration(config);
   EXPECT_EQ(logger.getLevel(), Logger::LEVEL_DEBUG);
   EXPECT_TRUE(logger.getFlag(Logger::FLAG_CONSOLE));
+}
+
+// ---------------------------------------------------------------------------
+// No allocation on the logging path.
+
+class FixedTarget : public LogTarget {
+ public:
+  void output(const char* text) override {
+    ++count;
+    std::snprintf(last, sizeof(last), "%s", text);
+  }
+  int count = 0;
+  char last[4096] = {};
+};
+
+int countingHook(int, const char*, const char*) { return 1; }
+
+TEST_F(LoggerTest, LoggingAllocatesNothing) {
+  arLogSetWriteHook(&countingHook);
+  FixedTarget target;
+  logger.addTarget(&target);
+  logger.setLevel(Logger::LEVEL_VERBOSE);
+  logger.setFlag(kAllFlags, true);
+  logger.getLogFilter().setFilterLevel("Quiet::method", 0, LogFilter::LOG_FILTER_SET_ALWAYS);
+  const std::string lines = "first\nsecond\n" + std::string(1000, 'x');
+
+  const long before = tlsAllocations;
+  logger.logEx2(Logger::LEVEL_ERROR, "VIO/src/StereoRectify", "void VIO::run(int)", 1, "n=%d %s", 1,
+                "text");
+  logger.logEx2(Logger::LEVEL_ERROR, "VIO/src/StereoRectify", "void Quiet::method()", 1, "dropped");
+  logger.log2(Logger::LEVEL_WARNING, "VIO/src/StereoRectify", "void VIO::run(int)", 2, "text");
+  logger.logEx2(Logger::LEVEL_INFO, "short %d", 3);
+  logger.log2(Logger::LEVEL_DEBUG, "short");
+  logError("a == b", "VIO/src/StereoRectify", "void VIO::run(int)", 3);
+  logError(size_t(1), size_t(1), "what", size_t(4));
+  logMultilineString(lines, Logger::LEVEL_VERBOSE);
+  logOnelineString(lines, 9);
+  const long allocations = tlsAllocations - before;
+
+  logger.removeTarget(&target);
+  EXPECT_EQ(allocations, 0);
+  // 4 full and short forms that pass + 2 reports + 4 split lines + the
+  // over-long unsupported-level line with its 2 reports.
+  EXPECT_EQ(target.count, 13);
 }
 
 // ---------------------------------------------------------------------------
