@@ -33,18 +33,6 @@ TEST(CopyImageToArray, PacksRowsWithoutStrideGaps) {
   VIO::copyImageToArray(image, nullptr);  // nothing to write to, nothing written
 }
 
-TEST(CopyImagePrefixToArray, StopsAtTheCountOrTheImage) {
-  Image<float> image = imageWithGaps(4, 3);
-  std::vector<float> out(20, 99.0f);
-  EXPECT_EQ(VIO::copyImagePrefixToArray(image, out.data(), 6), 6u);
-  EXPECT_EQ(out[4], 10.0f);
-  EXPECT_EQ(out[5], 11.0f);
-  EXPECT_EQ(out[6], 99.0f);
-  EXPECT_EQ(VIO::copyImagePrefixToArray(image, out.data(), 20), 12u);
-  EXPECT_EQ(out[11], 23.0f);
-  EXPECT_EQ(out[12], 99.0f);
-}
-
 TEST(CopyMapToArrays, MatchingSizesCopyBothAndLogTheCounts) {
   AR::Test::LogCapture log;
   std::array<Image<float>, 2> images{imageWithGaps(4, 3), imageWithGaps(4, 3)};

@@ -141,23 +141,6 @@ TEST_F(CreateUndistortMapTest, WritesTheBuildersMapsOfBothCameras) {
   EXPECT_NE(std::memcmp(buffers.map(0), buffers.map(2), kMapSize * 4), 0);
 }
 
-TEST_F(CreateUndistortMapTest, WithoutDistortionFactorOneIsTheIdentity) {
-  for (auto& cam : device.cameras) {
-    cam.distortionModel = LINEAR;
-    std::fill(std::begin(cam.k), std::end(cam.k), 0.0);
-    cam.p[0] = cam.p[1] = 0.0;
-  }
-  Buffers buffers;
-  ASSERT_TRUE(buffers.call(&device, 1.0f, 1));
-  for (size_t i = 0; i < kMapSize; i += 37) {
-    const float x = float(i % kWidth), y = float(i / kWidth);
-    EXPECT_NEAR(buffers.at(0, i), x, 2e-4f);
-    EXPECT_NEAR(buffers.at(1, i), y, 2e-4f);
-    EXPECT_NEAR(buffers.at(2, i), x, 2e-4f);
-    EXPECT_NEAR(buffers.at(3, i), y, 2e-4f);
-  }
-}
-
 TEST_F(CreateUndistortMapTest, ZeroAndNegativeFactorsAreRefusedBeforeAnyWrite) {
   for (float factor : {0.0f, -0.0f, -1.0f}) {
     AR::Test::LogCapture log;
@@ -179,18 +162,6 @@ TEST_F(CreateUndistortMapTest, NaNFactorIsAcceptedAndGivesNoValidEntries) {
   for (size_t i = 0; i < 4; ++i)
     for (size_t j = 0; j < kMapSize; ++j) ASSERT_EQ(buffers.at(i, j), -1.0f);
   EXPECT_TRUE(buffers.guardsIntact());
-}
-
-TEST_F(CreateUndistortMapTest, LargerFactorNarrowsTheView) {
-  Buffers wide, narrow;
-  ASSERT_TRUE(wide.call(&device, 1.0f));
-  ASSERT_TRUE(narrow.call(&device, 1.5f));
-  // At a pixel near the corner the narrower view looks closer to the centre.
-  const size_t corner = 10 + size_t(kWidth) * 10;
-  const float cx = float(device.cameras[0].cx), cy = float(device.cameras[0].cy);
-  ASSERT_NE(wide.at(0, corner), -1.0f);
-  EXPECT_LT(std::hypot(narrow.at(0, corner) - cx, narrow.at(1, corner) - cy),
-            std::hypot(wide.at(0, corner) - cx, wide.at(1, corner) - cy));
 }
 
 class CreateUndistortMapBounds : public CreateUndistortMapTest,

@@ -36,17 +36,6 @@ TEST(ArrayView, ViewsContainersWithoutCopying) {
   EXPECT_EQ(totalLength(ArrayView<const std::string>()), 0u);
 }
 
-TEST(ArrayView, SubViewIsClampedToTheItems) {
-  std::array<int, 5> values{0, 1, 2, 3, 4};
-  ArrayView<int> view(values);
-  ArrayView<int> middle = view.subView(1, 3);
-  ASSERT_EQ(middle.size(), 3u);
-  EXPECT_EQ(middle[0], 1);
-  EXPECT_EQ(middle[2], 3);
-  EXPECT_EQ(view.subView(4, 10).size(), 1u);
-  EXPECT_TRUE(view.subView(9, 1).empty());
-}
-
 TEST(ArrayView, OutOfRangeIndexIsReportedAndNeverReachesTheItems) {
   AR::Test::LogCapture log;
   std::array<AR::CV::Image<float>, 2> images;

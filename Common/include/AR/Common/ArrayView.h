@@ -83,13 +83,6 @@ class ArrayView {
     return items_[idx];
   }
 
-  /// A view of items [first, first + count), clamped to this view.
-  ArrayView subView(size_t first, size_t count) const {
-    if (first > numItems_) first = numItems_;
-    if (count > numItems_ - first) count = numItems_ - first;
-    return ArrayView(items_ + first, count);
-  }
-
  private:
   /// What an out-of-range index yields: a default item private to the calling
   /// thread, reset on every use, so a bad index reads defaults and writes go
