@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <thread>
@@ -125,6 +128,8 @@ struct LensCase {
   const char* name;
   Lens (*make)(int, int);
 };
+
+void PrintTo(const LensCase& lensCase, std::ostream* os) { *os << lensCase.name; }
 
 class RectifyStereoProperty : public ::testing::TestWithParam<LensCase> {};
 
@@ -259,7 +264,6 @@ TEST_F(CreateRectifyMapRules, RectifiedCameraRecordKeepsTheCallersBytes) {
   EXPECT_EQ(rc.cx, kWidth / 2.0);
   EXPECT_EQ(rc.cy, kHeight / 2.0);
   // depth = constant / disparity with constant = baseline * fx.
-  const Vec3d centre(0, 0, 0);
   const Mat3d R0 = AR::Test::rotationOf(device_.pose[0].q), R1 = AR::Test::rotationOf(device_.pose[1].q);
   const Vec3d c0 = R0.transpose() * (-1.0 * device_.pose[0].t), c1 = R1.transpose() * (-1.0 * device_.pose[1].t);
   const Vec3d b = c1 - c0;
