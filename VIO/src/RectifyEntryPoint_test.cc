@@ -395,3 +395,19 @@ TEST_F(CreateRectifyMapRules, ConcurrentCallsGiveTheSerialMaps) {
 }
 
 }  // namespace
+
+namespace {
+
+// A left camera that the conversion rejects leaves the target pair without
+// intrinsics and without its right pose, i.e. with a zero baseline, and a
+// zero baseline is a fatal error of the target calibration ("length>0").
+TEST(CreateRectifyMapRejectedCameraDeathTest, LeftCameraWithoutValidIntrinsicsEndsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  std::mt19937 rng(9u);
+  StereoDevice device = AR::Test::randomStereoDevice(rng, AR::Test::radialTangentialLens(64, 48));
+  device.record.cameras[0].fx = -1.0;
+  Maps maps(64 * 48);
+  EXPECT_DEATH(rectify(device.record, maps, 64 * 48), "length>0");
+}
+
+}  // namespace
