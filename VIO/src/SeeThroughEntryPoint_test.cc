@@ -314,6 +314,24 @@ TEST(CreateFixedPlaneVSTMaps, UnusableDisplaySizesGiveEmptyMapsWithoutUndefinedC
   }
 }
 
+TEST(CreateFixedPlaneVSTMaps, FailedTrackingCameraIsReportedAndItsEyeGetsNoEntries) {
+  DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
+  const Displays eyes(40, 30, 40, 30);
+  Buffers reference(40 * 30);
+  callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, reference);
+  device.cameras[1].fx = -1.0;  // rejected by the camera model
+  AR::Test::LogCapture log;
+  Buffers b(40 * 30);
+  EXPECT_TRUE(callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, b));
+  EXPECT_TRUE(log.has(assertLine("ret", 187)));
+  EXPECT_EQ(log.countContaining("AR_ASSERT source.getDistortionSpline().isInit() "), 1u);
+  EXPECT_LT(log.countContaining("AR_ASSERT"), 10u);  // no report per pixel
+  EXPECT_EQ(b.data[0], reference.data[0]);
+  EXPECT_EQ(b.data[1], reference.data[1]);
+  for (int i = 2; i < 4; ++i)
+    for (size_t j = 0; j < 40 * 30; ++j) ASSERT_EQ(b.data[i][j], -1.0f);
+}
+
 TEST(CreateFixedPlaneVSTMaps, ConcurrentCallsGiveTheSerialMaps) {
   const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
   const Displays eyes(48, 40, 48, 40);

@@ -60,6 +60,16 @@ void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float
     image.clear(-1.0f);
   }
 
+  // A camera whose set-up failed has no splines to look up: reported once
+  // here rather than once per pixel, and every entry keeps -1.0.
+  const bool sourceReady = source.getDistortionSpline().isInit();
+  const bool targetReady = target.getUndistortionSpline().isInit();
+  if (!sourceReady)
+    AR::Common::logError("source.getDistortionSpline().isInit()", kSource, kFunction, __LINE__);
+  if (!targetReady)
+    AR::Common::logError("target.getUndistortionSpline().isInit()", kSource, kFunction, __LINE__);
+  if (!sourceReady || !targetReady) return;
+
   const AR::Math::Matrix33F& R = eyeTransform.rotation().matrix();
   const Vec3F& t = eyeTransform.translation();
   const auto& spline = source.getDistortionSpline();

@@ -31,7 +31,9 @@ namespace VIO {
 ///
 /// `mapXY` should hold two images of the eye's size; a mismatch is logged and
 /// only the pixels inside each image are written. A `planeDepth` that is not
-/// positive is reported by the unprojection for every pixel.
+/// positive is reported by the unprojection for every pixel. A tracking or eye
+/// camera that was not initialised (no fitted splines) is reported once and
+/// leaves every entry at -1.0.
 AR_EXPORT void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
                            bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
                            AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,

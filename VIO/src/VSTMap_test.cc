@@ -187,6 +187,24 @@ TEST(VSTMap, ViewMismatchesAreReportedAndWritesStayInside) {
   }
 }
 
+TEST(VSTMap, UninitialisedCamerasAreReportedOnceAndGiveNoEntries) {
+  const Camera<float> ready = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
+  const Camera<float> eye = linearCamera(40.0f, 30.0f, 30.0f, 20.0f, 15.0f);
+  const Camera<float> unfitted;
+  for (int which = 0; which < 2; ++which) {
+    Maps maps(Vec2I(40, 30));
+    AR::Test::LogCapture log;
+    VIO::setupVSTMap(which == 0 ? unfitted : ready, which == 1 ? unfitted : eye, false,
+                     translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 1.0f);
+    EXPECT_EQ(log.countContaining(which == 0 ? "AR_ASSERT source.getDistortionSpline().isInit() "
+                                             : "AR_ASSERT target.getUndistortionSpline().isInit() "),
+              1u);
+    EXPECT_LT(log.countContaining("AR_ASSERT"), 5u);
+    for (int y = 0; y < 30; ++y)
+      for (int x = 0; x < 40; ++x) EXPECT_EQ(maps.x(x, y), -1.0f);
+  }
+}
+
 TEST(VSTMap, LogsTheTargetSizeAtDebug) {
   const Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
   const Camera<float> eye = linearCamera(6.0f, 4.0f, 30.0f, 3.0f, 2.0f);
