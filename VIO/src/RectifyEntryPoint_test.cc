@@ -411,3 +411,31 @@ TEST(CreateRectifyMapRejectedCameraDeathTest, LeftCameraWithoutValidIntrinsicsEn
 }
 
 }  // namespace
+
+namespace {
+
+// The rectified orientation is S^T R0, close to R0 for a nearly parallel rig.
+// Left cameras turned half way round about each axis give rotations whose
+// trace is negative, so every branch of the quaternion extraction is used.
+TEST(CreateRectifyMapPose, QuaternionOfEveryLargeRotationIsRight) {
+  const Vec3d axes[] = {Vec3d(1, 0, 0), Vec3d(0, 1, 0), Vec3d(0, 0, 1), Vec3d(1, 1, 1), Vec3d(0, 0, 0)};
+  for (const Vec3d& axis : axes) {
+    const bool identity = axis(0) == 0 && axis(1) == 0 && axis(2) == 0;
+    const AR::Test::Pose leftPose{identity ? AR::Test::Quat() : AR::Test::quatFromAxisAngle(axis, 3.0),
+                                  Vec3d(0.01, -0.02, 0.03)};
+    const StereoDevice device =
+        AR::Test::makeStereoDevice(AR::Test::radialTangentialLens(64, 48), AR::Test::radialTangentialLens(64, 48),
+                                   leftPose, AR::Test::quatFromAxisAngle(Vec3d(0, 1, 0), 0.01), Vec3d(0.1, 0, 0));
+    Maps maps(64 * 48);
+    const RectifyResult result = rectify(device.record, maps, 64 * 48);
+    const XrQuaterniondMRV_t& q = result.rectified.pose.orientation;
+    EXPECT_NEAR(q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w, 1.0, 1e-6);
+    const Mat3d R_rect = rectifiedRotation(result.rectified);
+    const Mat3d R0 = AR::Test::rotationOf(device.pose[0].q);
+    // S is half the relative rotation of 0.01 rad here.
+    for (int r = 0; r < 3; ++r)
+      for (int c = 0; c < 3; ++c) EXPECT_NEAR(R_rect(r, c), R0(r, c), 0.006) << r << "," << c;
+  }
+}
+
+}  // namespace
