@@ -21,8 +21,11 @@ foreach(_dir IN LISTS _ar_include_dirs)
   install(DIRECTORY ${_dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 endforeach()
 target_include_directories(StereoRectifyWrapper INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+# Debian keeps Android's liblog outside the loader's search path; remember
+# where it was linked from so the installed library still finds it.
 set_target_properties(StereoRectifyWrapper PROPERTIES
-  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+  INSTALL_RPATH_USE_LINK_PATH ON)
 add_library(StereoRectifyWrapper::StereoRectifyWrapper ALIAS StereoRectifyWrapper)
 
 install(TARGETS StereoRectifyWrapper EXPORT StereoRectifyWrapperTargets

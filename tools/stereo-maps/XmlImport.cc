@@ -58,7 +58,7 @@ bool loadXmlRig(const std::string& path, Rig& rig, std::string& error) {
   AR::CV::DisplayEyes eyes;
   std::string why;
   if (!AR::CV::loadCameraCalibFromDeviceConfig<double>(path, calibration, &eyes, &why)) {
-    error = path + ": " + why;
+    error = why;
     return false;
   }
   if (calibration.size() < 2) {
