@@ -67,22 +67,6 @@ TEST_F(VSTMapParallax, ShiftIsInverselyProportionalToPlaneDepth) {
   }
 }
 
-TEST_F(VSTMapParallax, DepthOffsetAlongTheAxisScalesAboutTheCentre) {
-  // The camera sits 0.1 in front of the eye: the plane is d - 0.1 away from
-  // it, so the camera sees the eye's view magnified by d / (d - 0.1).
-  const SE3<float> eyeToCamera = translation(0.0f, 0.0f, -0.1f);
-  for (float depth : {0.5f, 1.0f, 4.0f}) {
-    Maps maps(Vec2I(200, 160));
-    VIO::setupVSTMap(source, eye, false, eyeToCamera, maps.view, maps.points, depth);
-    const float scale = depth / (depth - 0.1f);
-    for (int y = 0; y < 160; y += 9)
-      for (int x = 0; x < 200; x += 9) {
-        ASSERT_NEAR(maps.x(x, y), 2.0f * float(x - 100) * scale + 320.0f, 2e-3f) << depth;
-        ASSERT_NEAR(maps.y(x, y), 2.0f * float(y - 80) * scale + 240.0f, 2e-3f) << depth;
-      }
-  }
-}
-
 TEST_F(VSTMapParallax, PointsHoldThePlanePoints) {
   Maps maps(Vec2I(200, 160));
   VIO::setupVSTMap(source, eye, false, translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 2.5f);
