@@ -1,9 +1,12 @@
 #include "CalibrationInput.h"
 
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <vector>
+
+#include <AR/CV/Camera/Camera.h>
 
 #include "KalibrImport.h"
 #include "XmlImport.h"
@@ -42,6 +45,37 @@ bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
   return true;
 }
 
+/// The library aborts on cameras it cannot build only where its contract
+/// makes that a programming error; the tool turns every such input into a
+/// clear message instead, using the same float camera the library builds.
+bool validateCameras(const std::string& path, const Rig& rig, std::string& error) {
+  using Vec2 = AR::Math::Vector<float, 2>;
+  using Vec6 = AR::Math::Vector<float, 6>;
+  for (int i = 0; i < 2; ++i) {
+    const CameraCalibrationMRV& c = rig.device.cameras[i];
+    if (c.distortionModel < 0 || c.distortionModel > 5) {
+      error = path + ": camera " + std::to_string(i) + ": unknown distortion model " + std::to_string(c.distortionModel);
+      return false;
+    }
+    const double q = c.pose.orientation.x * c.pose.orientation.x + c.pose.orientation.y * c.pose.orientation.y +
+                     c.pose.orientation.z * c.pose.orientation.z + c.pose.orientation.w * c.pose.orientation.w;
+    if (!(q > 1e-12) || !std::isfinite(q)) {
+      error = path + ": camera " + std::to_string(i) + ": pose orientation is not a usable quaternion";
+      return false;
+    }
+    AR::CV::Camera<float> camera;
+    const bool ok =
+        camera.init(Vec2(float(c.width), float(c.height)), Vec2(float(c.fx), float(c.fy)), Vec2(float(c.cx), float(c.cy)),
+                    Vec6(float(c.k[0]), float(c.k[1]), float(c.k[2]), float(c.k[3]), float(c.k[4]), float(c.k[5])),
+                    Vec2(float(c.p[0]), float(c.p[1])), static_cast<DistortionModel>(c.distortionModel));
+    if (!ok) {
+      error = path + ": camera " + std::to_string(i) + ": the library cannot build this camera (see its messages above)";
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool parseCalibrationFormat(const std::string& text, CalibrationFormat& format) {
@@ -76,14 +110,19 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
       return false;
     }
   }
+  bool loaded = false;
   switch (format) {
     case CalibrationFormat::Xml:
-      return loadXmlRig(path, rig, error);
+      loaded = loadXmlRig(path, rig, error);
+      break;
     case CalibrationFormat::Kalibr:
-      return loadKalibrCamchain(path, rig, error);
+      loaded = loadKalibrCamchain(path, rig, error);
+      break;
     default:
-      return loadRecord(path, rig, error);
+      loaded = loadRecord(path, rig, error);
+      break;
   }
+  return loaded && validateCameras(path, rig, error);
 }
 
 }  // namespace StereoMaps

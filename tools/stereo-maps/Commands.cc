@@ -166,6 +166,9 @@ int runRectify(const CommonOptions& options) {
   std::string error;
   Rig rig;
   if (!loadInput(options, rig, error)) return fail(error);
+  if (baselineMetres(rig) < 1e-6)
+    return fail((options.calib.empty() ? defaultCalibrationPath() : options.calib) +
+                ": the two cameras are at the same position; rectification needs a baseline");
   MapSet maps;
   const CameraCalibrationMRV& left = rig.device.cameras[0];
   if (!maps.allocate(left.width, left.height, "camera 0", error)) return fail(error);

@@ -88,4 +88,17 @@ Pose fromPoseRecord(const XrPosedMRV_t& record) {
   return p;
 }
 
+double baselineMetres(const Rig& rig) {
+  // A camera-from-device pose (R, t) has its centre at -R^T t.
+  double centres[2][3];
+  for (int i = 0; i < 2; ++i) {
+    const Pose p = fromPoseRecord(rig.device.cameras[i].pose);
+    for (int r = 0; r < 3; ++r)
+      centres[i][r] = -(p.R[0 * 3 + r] * p.t[0] + p.R[1 * 3 + r] * p.t[1] + p.R[2 * 3 + r] * p.t[2]);
+  }
+  const double dx = centres[1][0] - centres[0][0], dy = centres[1][1] - centres[0][1],
+               dz = centres[1][2] - centres[0][2];
+  return std::sqrt(dx * dx + dy * dy + dz * dz);
+}
+
 }  // namespace StereoMaps

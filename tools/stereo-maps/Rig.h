@@ -30,4 +30,7 @@ void toPoseRecord(const Pose& pose, XrPosedMRV_t& record);
 /// Reads a pose record (the quaternion is normalised first).
 Pose fromPoseRecord(const XrPosedMRV_t& record);
 
+/// Distance in metres between the centres of tracking cameras 0 and 1.
+double baselineMetres(const Rig& rig);
+
 }  // namespace StereoMaps

@@ -224,6 +224,39 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"badFormat", "", "rig.xml", "--format json", "--format"}),
     [](const ::testing::TestParamInfo<ErrorCase>& info) { return std::string(info.param.name); });
 
+TEST_F(ToolTest, RecordsTheLibraryWouldRejectAreRefusedBeforeTheCall) {
+  Rig rig = exampleRig();
+  auto writeRecord = [&](const std::string& name, const DeviceCalibrationMRV& device) {
+    std::ofstream(path(name), std::ios::binary).write(reinterpret_cast<const char*>(&device), sizeof device);
+    return path(name);
+  };
+  // A round trip through the raw record gives the same maps as the XML file.
+  const std::string good = writeRecord("good.bin", rig.device);
+  ASSERT_EQ(run("undistort --calib " + good + " --out " + path("fromRecord")).status, 0);
+  ASSERT_EQ(run("undistort --out " + path("fromXml")).status, 0);
+  NpyArray a = load(path("fromRecord/left_x.npy")), b = load(path("fromXml/left_x.npy"));
+  EXPECT_EQ(a.values, b.values);
+
+  DeviceCalibrationMRV badFocal = rig.device;
+  badFocal.cameras[1].fx = 0.0;
+  RunResult r = run("rectify --calib " + writeRecord("focal.bin", badFocal) + " --out " + path("maps"));
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("camera 1"), std::string::npos) << r.err;
+
+  DeviceCalibrationMRV sameCentre = rig.device;
+  sameCentre.cameras[1].pose = sameCentre.cameras[0].pose;
+  r = run("rectify --calib " + writeRecord("centre.bin", sameCentre) + " --out " + path("maps"));
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("baseline"), std::string::npos) << r.err;
+
+  DeviceCalibrationMRV zeroQuaternion = rig.device;
+  zeroQuaternion.cameras[0].pose.orientation = XrQuaterniondMRV_t{0, 0, 0, 0};
+  r = run("undistort --calib " + writeRecord("quaternion.bin", zeroQuaternion) + " --out " + path("maps"));
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("quaternion"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(path("maps")));
+}
+
 TEST_F(ToolTest, BadOptionValuesExitWithStatusTwo) {
   EXPECT_EQ(run("undistort --fov -1 --out " + path("maps")).status, 2);
   EXPECT_EQ(run("vst --plane-depth 0 --out " + path("maps")).status, 2);
