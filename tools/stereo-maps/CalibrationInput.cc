@@ -2,12 +2,14 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-#include <AR/CV/Camera/Camera.h>
 
+#include "CameraFromRecord.h"
 #include "KalibrImport.h"
 #include "XmlImport.h"
 
@@ -49,8 +51,6 @@ bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
 /// makes that a programming error; the tool turns every such input into a
 /// clear message instead, using the same float camera the library builds.
 bool validateCameras(const std::string& path, const Rig& rig, std::string& error) {
-  using Vec2 = AR::Math::Vector<float, 2>;
-  using Vec6 = AR::Math::Vector<float, 6>;
   for (int i = 0; i < 2; ++i) {
     const CameraCalibrationMRV& c = rig.device.cameras[i];
     if (c.distortionModel < 0 || c.distortionModel > 5) {
@@ -64,10 +64,7 @@ bool validateCameras(const std::string& path, const Rig& rig, std::string& error
       return false;
     }
     AR::CV::Camera<float> camera;
-    const bool ok =
-        camera.init(Vec2(float(c.width), float(c.height)), Vec2(float(c.fx), float(c.fy)), Vec2(float(c.cx), float(c.cy)),
-                    Vec6(float(c.k[0]), float(c.k[1]), float(c.k[2]), float(c.k[3]), float(c.k[4]), float(c.k[5])),
-                    Vec2(float(c.p[0]), float(c.p[1])), static_cast<DistortionModel>(c.distortionModel));
+    const bool ok = cameraFromRecord(c, camera);
     if (!ok) {
       error = path + ": camera " + std::to_string(i) + ": the library cannot build this camera (see its messages above)";
       return false;
@@ -88,11 +85,14 @@ bool parseCalibrationFormat(const std::string& text, CalibrationFormat& format) 
 }
 
 std::string defaultCalibrationPath() {
-  // The installed copy wins; the source tree's copy serves a build that has
-  // not been installed.
-  for (const char* candidate : {STEREO_MAPS_INSTALLED_EXAMPLE, STEREO_MAPS_SOURCE_EXAMPLE}) {
-    std::ifstream probe(candidate);
-    if (probe) return candidate;
+  // An installed tool finds the example next to it (bin/../share/...); a tool
+  // run from its build tree uses the source tree's copy.
+  std::error_code ec;
+  const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (!ec) {
+    const std::filesystem::path installed =
+        exe.parent_path().parent_path() / STEREO_MAPS_EXAMPLE_RELATIVE_TO_PREFIX;
+    if (std::filesystem::is_regular_file(installed, ec)) return installed.string();
   }
   return STEREO_MAPS_SOURCE_EXAMPLE;
 }

@@ -9,6 +9,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <tinyxml2.h>
 
+#include "LibraryOutput.h"
 #include "Npy.h"
 #include "OutputDirectory.h"
 #include "Preview.h"
@@ -53,6 +54,7 @@ double validFraction(const std::vector<float>& x, const std::vector<float>& y) {
 cv::Mat asMat(std::vector<float>& map, int rows, int cols) { return cv::Mat(rows, cols, CV_32FC1, map.data()); }
 
 bool loadInput(const CommonOptions& options, Rig& rig, std::string& error) {
+  QuietLibrary quiet;
   const std::string path = options.calib.empty() ? defaultCalibrationPath() : options.calib;
   return loadRig(path, options.format, rig, error);
 }
@@ -64,6 +66,7 @@ bool cameraImages(const CommonOptions& options, const Rig& rig, cv::Mat images[2
   for (int i = 0; i < 2; ++i) {
     const CameraCalibrationMRV& cam = rig.device.cameras[i];
     if (files[i].empty()) {
+      QuietLibrary quiet;
       images[i] = renderTrackingCamera(rig, i, error);
       if (images[i].empty()) return false;
       continue;
@@ -119,6 +122,7 @@ void printWritten(const OutputDirectory& out, bool rectified) {
 
 template <typename Fn>
 double timeMs(Fn&& fn) {
+  QuietLibrary quiet;
   const auto start = std::chrono::steady_clock::now();
   fn();
   const auto stop = std::chrono::steady_clock::now();

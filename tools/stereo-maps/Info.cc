@@ -5,13 +5,12 @@
 #include <AR/CV/Camera/Camera.h>
 #include <CameraModel/DistortionModel.h>
 
+#include "CameraFromRecord.h"
 #include "Commands.h"
+#include "LibraryOutput.h"
 
 namespace StereoMaps {
 namespace {
-
-using Vec2 = AR::Math::Vector<float, 2>;
-using Vec6 = AR::Math::Vector<float, 6>;
 
 constexpr double kDegrees = 180.0 / 3.14159265358979323846;
 
@@ -36,12 +35,11 @@ void printCamera(int index, const CameraCalibrationMRV& rec) {
   AR::CV::Camera<float> camera;
   std::printf("camera %d (%s): %d x %d pixels\n", index, index == 0 ? "trackingA0, left" : "trackingB1, right",
               rec.width, rec.height);
-  const bool ok = camera.init(Vec2(float(rec.width), float(rec.height)), Vec2(float(rec.fx), float(rec.fy)),
-                              Vec2(float(rec.cx), float(rec.cy)),
-                              Vec6(float(rec.k[0]), float(rec.k[1]), float(rec.k[2]), float(rec.k[3]),
-                                   float(rec.k[4]), float(rec.k[5])),
-                              Vec2(float(rec.p[0]), float(rec.p[1])),
-                              static_cast<DistortionModel>(rec.distortionModel));
+  bool ok = false;
+  {
+    QuietLibrary quiet;
+    ok = cameraFromRecord(rec, camera);
+  }
   const bool knownModel = rec.distortionModel >= 0 && rec.distortionModel <= 5;
   std::printf("  lens model: %s\n",
               knownModel ? CamModel::modelName(static_cast<DistortionModel>(rec.distortionModel)).c_str()
@@ -78,7 +76,12 @@ int runInfo(const CommonOptions& options) {
   Rig rig;
   std::string error;
   const std::string path = options.calib.empty() ? defaultCalibrationPath() : options.calib;
-  if (!loadRig(path, options.format, rig, error)) {
+  bool loaded = false;
+  {
+    QuietLibrary quiet;
+    loaded = loadRig(path, options.format, rig, error);
+  }
+  if (!loaded) {
     std::fprintf(stderr, "stereo-maps: error: %s\n", error.c_str());
     return kExitError;
   }

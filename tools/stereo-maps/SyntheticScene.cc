@@ -4,14 +4,13 @@
 #include <limits>
 #include <vector>
 
-#include <AR/CV/Camera/Camera.h>
+#include "CameraFromRecord.h"
 
 namespace StereoMaps {
 namespace {
 
 using Vec2 = AR::Math::Vector<double, 2>;
 using Vec3 = AR::Math::Vector<double, 3>;
-using Vec6 = AR::Math::Vector<double, 6>;
 
 double dot3(const double* a, const double* b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
 
@@ -33,7 +32,7 @@ std::vector<Panel> makeScene() {
   const double tilt = std::sqrt(0.5);
   return {
       // Back wall at 5 m.
-      {{0, 0, 5.0}, {1, 0, 0}, {0, 1, 0}, inf, inf, 0.25, false, 70, 190},
+      {{0, 0, 5.0}, {1, 0, 0}, {0, 1, 0}, inf, inf, 0.4, false, 70, 190},
       // Floor 1.2 m below the camera, from the camera to the wall.
       {{0, 1.2, 3.0}, {1, 0, 0}, {0, 0, 1}, inf, 2.0, 0.4, false, 40, 140},
       // A board turned 34 degrees about the vertical, left, at about 2 m.
@@ -82,9 +81,7 @@ int trace(const std::vector<Panel>& scene, const double* origin, const double* d
 cv::Mat renderTrackingCamera(const Rig& rig, int index, std::string& error) {
   const CameraCalibrationMRV& rec = rig.device.cameras[index];
   AR::CV::Camera<double> camera;
-  const bool ok = camera.init(Vec2(double(rec.width), double(rec.height)), Vec2(rec.fx, rec.fy),
-                              Vec2(rec.cx, rec.cy), Vec6(rec.k[0], rec.k[1], rec.k[2], rec.k[3], rec.k[4], rec.k[5]),
-                              Vec2(rec.p[0], rec.p[1]), static_cast<DistortionModel>(rec.distortionModel));
+  const bool ok = cameraFromRecord(rec, camera);
   if (!ok || rec.width <= 0 || rec.height <= 0) {
     error = "camera " + std::to_string(index) + " cannot be initialised for rendering";
     return cv::Mat();

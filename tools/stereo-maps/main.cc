@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
+#include "LibraryOutput.h"
 
 namespace {
 
@@ -43,6 +44,9 @@ int main(int argc, char** argv) {
                "camera calibration.\nMaps are float32 .npy files (shape height x width) usable directly as "
                "OpenCV remap maps; -1 marks pixels without a source."};
   app.require_subcommand(1);
+  app.fallthrough();
+  bool verbose = false;
+  app.add_flag("-v,--verbose", verbose, "Show the library's own messages (lens ranges, debug log)");
   app.footer("Example: stereo-maps rectify --calib examples/example_rig.xml --out maps");
 
   StereoMaps::CommonOptions options;
@@ -98,6 +102,7 @@ int main(int argc, char** argv) {
     return StereoMaps::kExitError;
   }
 
+  StereoMaps::setVerbose(verbose);
   if (*rectify) return StereoMaps::runRectify(options);
   if (*undistort) return StereoMaps::runUndistort(options, fovFactor);
   if (*vst) return StereoMaps::runSeeThrough(options, planeDepth);
