@@ -15,7 +15,12 @@ endforeach()
 # above, so none is pulled in twice.
 target_link_libraries(StereoRectifyWrapper PRIVATE ${_ar_components})
 target_link_libraries(StereoRectifyWrapper PUBLIC tinyxml2::tinyxml2 Threads::Threads)
-target_link_options(StereoRectifyWrapper PRIVATE -Wl,--no-undefined)
+# Every symbol must resolve inside the library or its declared dependencies.
+# Sanitizer runtimes are linked into the executable, not the shared library,
+# so the check is left out of sanitized builds.
+if(NOT AR_SANITIZE)
+  target_link_options(StereoRectifyWrapper PRIVATE -Wl,--no-undefined)
+endif()
 foreach(_dir IN LISTS _ar_include_dirs)
   target_include_directories(StereoRectifyWrapper PUBLIC $<BUILD_INTERFACE:${_dir}>)
   install(DIRECTORY ${_dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
