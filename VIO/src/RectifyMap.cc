@@ -3,6 +3,7 @@
 #include "AR/Common/Logger.h"
 #include "AR/Math/SE3.h"
 #include "EntryPointRules.h"
+#include "SourceProjection.h"
 
 namespace VIO {
 
@@ -44,16 +45,7 @@ void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool allowOutOfIma
 
   for (AR::CV::Image<float>& image : mapXY) image.clear(-1.0f);
 
-  const AR::CV::HermiteSplineInterpolation<float>& distortion = sourceCamera.getDistortionSpline();
-  const Vec2F& focal = sourceCamera.getOriginalFocalLength();
-  const Vec2F& principal = sourceCamera.getPrincipalPoint();
-  const Vec2F& tangential = sourceCamera.getTangentialDistortionCoeffs();
-  const float p1 = tangential(0);
-  const float p2 = tangential(1);
-  const bool hasTangential = p1 != 0.0f || p2 != 0.0f;
-  const AR::Math::Vec2I sourceSizeInt = truncatedSize(sourceCamera.getSize());
-  const float sourceWidth = float(sourceSizeInt(0));
-  const float sourceHeight = float(sourceSizeInt(1));
+  const SourceProjection project(sourceCamera, allowOutOfImage);
 
   AR::CV::Image<float>& mapX = mapXY[0];
   AR::CV::Image<float>& mapY = mapXY[1];
@@ -79,19 +71,8 @@ void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool allowOutOfIma
       const float X = d(0) * invZ;
       const float Y = d(1) * invZ;
 
-      const float rSq = X * X + Y * Y;
-      float factor;
-      if (!distortion.evaluate(rSq, factor)) continue;
-      float xd = X * factor;
-      float yd = Y * factor;
-      if (hasTangential) {
-        xd += 2.0f * p1 * X * Y + p2 * (rSq + 2.0f * X * X);
-        yd += p1 * (rSq + 2.0f * Y * Y) + 2.0f * p2 * X * Y;
-      }
-      const float sx = focal(0) * xd + principal(0);
-      const float sy = focal(1) * yd + principal(1);
-
-      if (!allowOutOfImage && (sx < 0.0f || sx >= sourceWidth || sy < 0.0f || sy >= sourceHeight)) continue;
+      float sx, sy;
+      if (!project.tryProject(X, Y, sx, sy)) continue;
       mapX.at(x, y) = sx;
       mapY.at(x, y) = sy;
     }

@@ -3,6 +3,7 @@
 #include "AR/Common/Logger.h"
 #include "CameraModel/CameraModel.h"
 #include "EntryPointRules.h"
+#include "SourceProjection.h"
 
 namespace VIO {
 
@@ -63,33 +64,14 @@ void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage
 
   AR::CV::Image<float>& mapX = mapXY[0];
   AR::CV::Image<float>& mapY = mapXY[1];
-  const auto& spline = camera.getDistortionSpline();
-  const Vec2F focal = camera.getOriginalFocalLength();
-  const Vec2F principal = camera.getPrincipalPoint();
-  const float p1 = camera.getTangentialDistortionCoeffs()(0);
-  const float p2 = camera.getTangentialDistortionCoeffs()(1);
-  const bool tangential = p1 != 0.0f || p2 != 0.0f;
-  const float width = float(size(0));
-  const float height = float(size(1));
+  const SourceProjection project(camera, allowOutOfImage);
 
   for (int y = 0; y < size(1); ++y) {
     for (int x = 0; x < size(0); ++x) {
       Vec2F ideal;
       if (!virtualCamera.tryPixel2ideal(Vec2F(float(x), float(y)), ideal)) continue;
-      const float X = ideal(0);
-      const float Y = ideal(1);
-      const float rSq = X * X + Y * Y;
-      float factor = 0.0f;
-      if (!spline.evaluate(rSq, factor)) continue;
-      float xd = X * factor;
-      float yd = Y * factor;
-      if (tangential) {
-        xd += 2.0f * p1 * X * Y + p2 * (rSq + 2.0f * X * X);
-        yd += p1 * (rSq + 2.0f * Y * Y) + 2.0f * p2 * X * Y;
-      }
-      const float sx = focal(0) * xd + principal(0);
-      const float sy = focal(1) * yd + principal(1);
-      if (!allowOutOfImage && (sx < 0.0f || sx >= width || sy < 0.0f || sy >= height)) continue;
+      float sx, sy;
+      if (!project.tryProject(ideal(0), ideal(1), sx, sy)) continue;
       writeInside(mapX, x, y, sx);
       writeInside(mapY, x, y, sy);
     }

@@ -2,6 +2,7 @@
 
 #include "AR/Common/Logger.h"
 #include "EntryPointRules.h"
+#include "SourceProjection.h"
 
 namespace VIO {
 
@@ -72,16 +73,7 @@ void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float
 
   const AR::Math::Matrix33F& R = eyeTransform.rotation().matrix();
   const Vec3F& t = eyeTransform.translation();
-  const auto& spline = source.getDistortionSpline();
-  const Vec2F focal = source.getOriginalFocalLength();
-  const Vec2F principal = source.getPrincipalPoint();
-  const float p1 = source.getTangentialDistortionCoeffs()(0);
-  const float p2 = source.getTangentialDistortionCoeffs()(1);
-  const bool tangential = p1 != 0.0f || p2 != 0.0f;
-  // The bounds test compares with the source size as whole pixels.
-  const AR::Math::Vec2I sourceSize = mapExtentOf(source.getSize()).size;
-  const float width = float(sourceSize(0));
-  const float height = float(sourceSize(1));
+  const SourceProjection project(source, allowOutOfImage);
 
   for (int y = 0; y < size(1); ++y) {
     float* rowX = rowOf(mapX, y);
@@ -102,19 +94,8 @@ void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float
       const float invZ = 1.0f / Q(2);
       const float X = Q(0) * invZ;
       const float Y = Q(1) * invZ;
-      const float rSq = X * X + Y * Y;
-      float factor = 0.0f;
-      // A NaN radius has no place in the spline: no source.
-      if (!(rSq >= 0.0f) || !spline.evaluate(rSq, factor)) continue;
-      float xd = X * factor;
-      float yd = Y * factor;
-      if (tangential) {
-        xd += 2.0f * p1 * X * Y + p2 * (rSq + 2.0f * X * X);
-        yd += p1 * (rSq + 2.0f * Y * Y) + 2.0f * p2 * X * Y;
-      }
-      const float sx = focal(0) * xd + principal(0);
-      const float sy = focal(1) * yd + principal(1);
-      if (!allowOutOfImage && (sx < 0.0f || sx >= width || sy < 0.0f || sy >= height)) continue;
+      float sx, sy;
+      if (!project.tryProject(X, Y, sx, sy)) continue;
       writeAt(rowX, mapX, x, sx);
       writeAt(rowY, mapY, x, sy);
     }
