@@ -15,79 +15,12 @@
 #include "AR/Common/Logger.h"
 #include "DeviceCalibration.h"
 #include "StereoRectifyWrapper.h"
+#include "BenchSupport.h"
 #include "UndistortMap.h"
 
 namespace {
 
-struct Lens {
-  DistortionModel model;
-  std::array<double, 6> k;
-  double focalAt640;
-};
-
-// Realistic coefficients per model, focal lengths for a 640-pixel-wide image.
-const Lens kLenses[] = {
-    {LINEAR, {0, 0, 0, 0, 0, 0}, 420.0},
-    {RADIAL_2_PARAMETERS, {-0.28, 0.07, 0, 0, 0, 0}, 430.0},
-    {RADIAL_3_PARAMETERS, {-0.3, 0.1, -0.015, 0, 0, 0}, 440.0},
-    {RADIAL_6_PARAMETERS, {0.42, -0.03, 0.002, 0.75, 0.04, 0.001}, 450.0},
-    {FISHEYE_1_PARAMETER, {0.92, 0, 0, 0, 0, 0}, 260.0},
-    {FISHEYE_4_PARAMETERS, {-0.012, 0.003, -0.0006, 0.0001, 0, 0}, 250.0},
-};
-
-/// Camera set-up prints the valid ranges on standard output; the benchmark's
-/// own report goes there too, so the library's lines are sent to /dev/null
-/// while a benchmark runs.
-class QuietStdout {
- public:
-  QuietStdout() {
-    std::fflush(stdout);
-    saved_ = dup(STDOUT_FILENO);
-    const int devNull = open("/dev/null", O_WRONLY);
-    if (devNull >= 0) {
-      dup2(devNull, STDOUT_FILENO);
-      close(devNull);
-    }
-  }
-  ~QuietStdout() {
-    std::fflush(stdout);
-    if (saved_ >= 0) {
-      dup2(saved_, STDOUT_FILENO);
-      close(saved_);
-    }
-  }
-
- private:
-  int saved_ = -1;
-};
-
-DeviceCalibrationMRV makeDevice(const Lens& lens, int width, int height) {
-  DeviceCalibrationMRV device;
-  std::memset(&device, 0, sizeof(device));
-  device.num_cameras = 2;
-  const double scale = width / 640.0;
-  for (int i = 0; i < 2; ++i) {
-    CameraCalibrationMRV& cam = device.cameras[i];
-    cam.width = width;
-    cam.height = height;
-    cam.cx = width * 0.5 + 0.6;
-    cam.cy = height * 0.5 - 1.1;
-    cam.fx = lens.focalAt640 * scale;
-    cam.fy = lens.focalAt640 * scale * 1.002;
-    for (int j = 0; j < 6; ++j) cam.k[j] = lens.k[size_t(j)];
-    cam.distortionModel = int32_t(lens.model);
-    cam.pose.orientation.w = 1.0;
-    cam.pose.position.x = i == 0 ? 0.0 : -0.1;
-  }
-  return device;
-}
-
-void quietLogger() { AR::Common::Logger::getInstance().setLevel(AR::Common::Logger::LEVEL_ERROR); }
-
-void setPerPixel(benchmark::State& state, double pixelsPerIteration) {
-  state.counters["per_px"] = benchmark::Counter(
-      pixelsPerIteration, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-}
+using namespace BenchSupport;
 
 /// The whole entry point: conversion and set-up of both cameras, then both
 /// cameras' maps. Per pixel of output (both cameras).

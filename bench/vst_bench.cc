@@ -15,42 +15,13 @@
 #include "AR/Common/Logger.h"
 #include "DeviceCalibration.h"
 #include "StereoRectifyWrapper.h"
+#include "BenchSupport.h"
 #include "VSTMap.h"
 #include "VSTTestRig.h"
 
 namespace {
 
-/// Camera set-up prints the valid ranges on standard output; they are sent
-/// to /dev/null while a benchmark runs so that the report stays readable.
-class QuietStdout {
- public:
-  QuietStdout() {
-    std::fflush(stdout);
-    saved_ = dup(STDOUT_FILENO);
-    const int devNull = open("/dev/null", O_WRONLY);
-    if (devNull >= 0) {
-      dup2(devNull, STDOUT_FILENO);
-      close(devNull);
-    }
-  }
-  ~QuietStdout() {
-    std::fflush(stdout);
-    if (saved_ >= 0) {
-      dup2(saved_, STDOUT_FILENO);
-      close(saved_);
-    }
-  }
-
- private:
-  int saved_ = -1;
-};
-
-void quietLogger() { AR::Common::Logger::getInstance().setLevel(AR::Common::Logger::LEVEL_ERROR); }
-
-void setPerPixel(benchmark::State& state, double pixelsPerIteration) {
-  state.counters["per_px"] = benchmark::Counter(
-      pixelsPerIteration, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-}
+using namespace BenchSupport;
 
 /// Lens index into VSTTest::realisticLenses() and eye size in pixels.
 struct Setup {
