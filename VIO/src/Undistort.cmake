@@ -51,6 +51,11 @@ if(AR_BUILD_TESTS AND TARGET ARVIOUndistort
   set_target_properties(vio_undistort_c_consumer_test PROPERTIES C_STANDARD 11 C_STANDARD_REQUIRED ON
                                                                  C_EXTENSIONS OFF LINKER_LANGUAGE C)
   target_link_libraries(vio_undistort_c_consumer_test PRIVATE StereoRectifyWrapper m)
+  if(AR_SANITIZE AND CMAKE_C_COMPILER_ID STREQUAL "Clang")
+    # The library is C++: clang's C driver leaves out the C++ half of the
+    # UBSan runtime that the library's checks call into.
+    target_link_options(vio_undistort_c_consumer_test PRIVATE -fsanitize-link-c++-runtime)
+  endif()
   add_test(NAME vio_undistort_c_consumer_test COMMAND vio_undistort_c_consumer_test)
   set_tests_properties(vio_undistort_c_consumer_test PROPERTIES TIMEOUT 600)
 endif()
