@@ -88,18 +88,12 @@ int runInfo(const CommonOptions& options) {
   std::printf("calibration: %s\n", path.c_str());
   for (int i = 0; i < 2; ++i) printCamera(i, rig.device.cameras[i]);
 
-  // Camera 1 relative to camera 0: T_c1_c0 = T_c1_dev * T_c0_dev^-1.
-  const Pose c0 = fromPoseRecord(rig.device.cameras[0].pose);
-  Pose c0Inverse;
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) c0Inverse.R[r * 3 + c] = c0.R[c * 3 + r];
-  for (int r = 0; r < 3; ++r)
-    c0Inverse.t[r] = -(c0Inverse.R[r * 3] * c0.t[0] + c0Inverse.R[r * 3 + 1] * c0.t[1] + c0Inverse.R[r * 3 + 2] * c0.t[2]);
-  const Pose rel = compose(fromPoseRecord(rig.device.cameras[1].pose), c0Inverse);
-  // Camera 1's centre in camera 0's frame is -R^T t.
-  double centre[3];
-  for (int r = 0; r < 3; ++r)
-    centre[r] = -(rel.R[0 * 3 + r] * rel.t[0] + rel.R[1 * 3 + r] * rel.t[1] + rel.R[2 * 3 + r] * rel.t[2]);
+  // Camera 1 relative to camera 0: T_c1_c0 = T_c1_dev * T_c0_dev^-1; camera
+  // 1's centre in camera 0's frame is the translation of its inverse.
+  const Pose rel = compose(fromPoseRecord(rig.device.cameras[1].pose),
+                           inverse(fromPoseRecord(rig.device.cameras[0].pose)));
+  const Pose leftFromRight = inverse(rel);
+  const double* centre = leftFromRight.t;
   const double baseline = std::sqrt(centre[0] * centre[0] + centre[1] * centre[1] + centre[2] * centre[2]);
   const double cosAngle = std::fmax(-1.0, std::fmin(1.0, 0.5 * (rel.R[0] + rel.R[4] + rel.R[8] - 1.0)));
   std::printf("rig: baseline %.6f m (right camera centre in the left frame: %.6f %.6f %.6f m)\n", baseline,

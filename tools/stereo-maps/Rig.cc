@@ -20,6 +20,15 @@ Pose compose(const Pose& a, const Pose& b) {
   return out;
 }
 
+Pose inverse(const Pose& pose) {
+  Pose out;
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) out.R[r * 3 + c] = pose.R[c * 3 + r];
+  for (int r = 0; r < 3; ++r)
+    out.t[r] = -(out.R[r * 3 + 0] * pose.t[0] + out.R[r * 3 + 1] * pose.t[1] + out.R[r * 3 + 2] * pose.t[2]);
+  return out;
+}
+
 void toPoseRecord(const Pose& pose, XrPosedMRV_t& record) {
   const double* R = pose.R;
   const double trace = R[0] + R[4] + R[8];
@@ -89,15 +98,10 @@ Pose fromPoseRecord(const XrPosedMRV_t& record) {
 }
 
 double baselineMetres(const Rig& rig) {
-  // A camera-from-device pose (R, t) has its centre at -R^T t.
-  double centres[2][3];
-  for (int i = 0; i < 2; ++i) {
-    const Pose p = fromPoseRecord(rig.device.cameras[i].pose);
-    for (int r = 0; r < 3; ++r)
-      centres[i][r] = -(p.R[0 * 3 + r] * p.t[0] + p.R[1 * 3 + r] * p.t[1] + p.R[2 * 3 + r] * p.t[2]);
-  }
-  const double dx = centres[1][0] - centres[0][0], dy = centres[1][1] - centres[0][1],
-               dz = centres[1][2] - centres[0][2];
+  // A camera-from-device pose has the camera centre as its inverse's translation.
+  const Pose c0 = inverse(fromPoseRecord(rig.device.cameras[0].pose));
+  const Pose c1 = inverse(fromPoseRecord(rig.device.cameras[1].pose));
+  const double dx = c1.t[0] - c0.t[0], dy = c1.t[1] - c0.t[1], dz = c1.t[2] - c0.t[2];
   return std::sqrt(dx * dx + dy * dy + dz * dz);
 }
 

@@ -24,6 +24,9 @@ struct Pose {
 /// a * b: first b, then a.
 Pose compose(const Pose& a, const Pose& b);
 
+/// The inverse transform: rotation R^T, translation -R^T t.
+Pose inverse(const Pose& pose);
+
 /// Writes `pose` into a pose record (unit quaternion, scalar part non-negative).
 void toPoseRecord(const Pose& pose, XrPosedMRV_t& record);
 

@@ -87,21 +87,11 @@ cv::Mat renderTrackingCamera(const Rig& rig, int index, std::string& error) {
     return cv::Mat();
   }
   // Pose of this camera relative to camera 0: cam_i <- device <- cam_0.
-  const Pose camFromDevice = fromPoseRecord(rec.pose);
-  const Pose cam0FromDevice = fromPoseRecord(rig.device.cameras[0].pose);
-  Pose deviceFromCam0;
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) deviceFromCam0.R[r * 3 + c] = cam0FromDevice.R[c * 3 + r];
-  for (int r = 0; r < 3; ++r)
-    deviceFromCam0.t[r] = -(deviceFromCam0.R[r * 3 + 0] * cam0FromDevice.t[0] +
-                            deviceFromCam0.R[r * 3 + 1] * cam0FromDevice.t[1] +
-                            deviceFromCam0.R[r * 3 + 2] * cam0FromDevice.t[2]);
-  const Pose camFromCam0 = compose(camFromDevice, deviceFromCam0);
-  // Ray origin and directions in camera 0's frame: x0 = R^T (x - t).
-  double origin[3];
-  for (int r = 0; r < 3; ++r)
-    origin[r] = -(camFromCam0.R[0 * 3 + r] * camFromCam0.t[0] + camFromCam0.R[1 * 3 + r] * camFromCam0.t[1] +
-                  camFromCam0.R[2 * 3 + r] * camFromCam0.t[2]);
+  const Pose camFromCam0 =
+      compose(fromPoseRecord(rec.pose), inverse(fromPoseRecord(rig.device.cameras[0].pose)));
+  // Rays start at the camera centre, in camera 0's frame.
+  const Pose cam0FromCam = inverse(camFromCam0);
+  const double* origin = cam0FromCam.t;
 
   const std::vector<Panel> scene = makeScene();
   cv::Mat image(rec.height, rec.width, CV_8UC1, cv::Scalar(0));
@@ -117,8 +107,8 @@ cv::Mat renderTrackingCamera(const Rig& rig, int index, std::string& error) {
           const double rayCam[3] = {ideal(0), ideal(1), 1.0};
           double dir[3];
           for (int r = 0; r < 3; ++r)
-            dir[r] = camFromCam0.R[0 * 3 + r] * rayCam[0] + camFromCam0.R[1 * 3 + r] * rayCam[1] +
-                     camFromCam0.R[2 * 3 + r] * rayCam[2];
+            dir[r] = cam0FromCam.R[r * 3 + 0] * rayCam[0] + cam0FromCam.R[r * 3 + 1] * rayCam[1] +
+                     cam0FromCam.R[r * 3 + 2] * rayCam[2];
           const int v = trace(scene, origin, dir);
           if (v >= 0) {
             sum += v;
