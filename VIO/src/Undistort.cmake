@@ -55,6 +55,7 @@ if(AR_BUILD_TESTS AND TARGET ARVIOUndistort
     # The library is C++: clang's C driver leaves out the C++ half of the
     # UBSan runtime that the library's checks call into.
     target_link_options(vio_undistort_c_consumer_test PRIVATE -fsanitize-link-c++-runtime)
+    target_link_libraries(vio_undistort_c_consumer_test PRIVATE stdc++)
   endif()
   add_test(NAME vio_undistort_c_consumer_test COMMAND vio_undistort_c_consumer_test)
   set_tests_properties(vio_undistort_c_consumer_test PROPERTIES TIMEOUT 600)
