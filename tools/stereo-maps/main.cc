@@ -1,6 +1,7 @@
 // stereo-maps: remap tables, previews and facts from a stereo rig calibration.
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -37,6 +38,18 @@ void addImageOptions(CLI::App* command, StereoMaps::CommonOptions& options) {
       ->check(CLI::ExistingFile);
 }
 
+/// A finite number above zero; CLI11's own range check prints the largest
+/// double in full, which helps nobody.
+const CLI::Validator kPositive(
+    [](std::string& text) -> std::string {
+      char* end = nullptr;
+      const double value = std::strtod(text.c_str(), &end);
+      if (end == text.c_str() || *end != '\0' || !std::isfinite(value) || !(value > 0.0))
+        return "'" + text + "' is not a positive number";
+      return std::string();
+    },
+    "POSITIVE");
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -67,7 +80,7 @@ int main(int argc, char** argv) {
                         "Field-of-view factor: the undistorted camera's focal length is this times the real "
                         "one (below 1 widens the view)")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(kPositive);
   addOutputOptions(undistort, options);
   addImageOptions(undistort, options);
 
@@ -76,7 +89,7 @@ int main(int argc, char** argv) {
   addCalibrationOptions(vst, options, format);
   vst->add_option("--plane-depth", planeDepth, "Depth of the scene plane in metres")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(kPositive);
   addOutputOptions(vst, options);
 
   CLI::App* info = app.add_subcommand("info", "Lens models, valid ranges, fields of view, baseline");
@@ -95,10 +108,6 @@ int main(int argc, char** argv) {
   }
   if (!StereoMaps::parseCalibrationFormat(format, options.format)) {
     std::fprintf(stderr, "stereo-maps: error: --format: unknown format '%s'\n", format.c_str());
-    return StereoMaps::kExitError;
-  }
-  if (!std::isfinite(fovFactor) || !std::isfinite(planeDepth)) {
-    std::fprintf(stderr, "stereo-maps: error: --fov and --plane-depth must be finite numbers\n");
     return StereoMaps::kExitError;
   }
 
