@@ -1,7 +1,5 @@
 #include "DeviceCalibration.h"
 
-#include <cmath>
-#include <cstring>
 #include <limits>
 
 #include "AR/Math/SE3.h"
@@ -53,8 +51,8 @@ CamModel::CameraModel<float> cameraModelFromRecord(const CameraCalibrationMRV& c
   for (int i = 0; i < 6; ++i) model.radialDistortionCoeffs(i) = toFloat(cam.k[i]);
   for (int i = 0; i < 2; ++i) model.tangentialDistortionCoeffs(i) = toFloat(cam.p[i]);
   model.model = static_cast<DistortionModel>(static_cast<uint32_t>(cam.distortionModel));
-  model.maxValidDistortionRSq = 81.0f;
-  model.maxValidUndistortionRSq = 81.0f;
+  model.maxValidDistortionRSq = kDeviceCameraNoiseVariance;
+  model.maxValidUndistortionRSq = kDeviceCameraNoiseVariance;
   model.setupValidDistortionRange();
   return model;
 }
@@ -132,136 +130,5 @@ bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
                                        noCapture, 0.0);
   return ok0 && ok1;
 }
-
-template <typename PREC>
-XrPosedMRV_t toPoseRecord(const AR::Math::SE3<PREC>& pose) {
-  const Matrix<PREC, 3, 3>& Rp = pose.rotation().matrix();
-  double R[3][3];
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) R[r][c] = static_cast<double>(Rp(r, c));
-
-  // Branch on the largest of w, x, y, z so that the square root never sees a
-  // small, cancellation-prone argument.
-  double x, y, z, w;
-  const double trace = R[0][0] + R[1][1] + R[2][2];
-  if (trace > 0.0) {
-    const double s = std::sqrt(trace + 1.0) * 2.0;
-    w = 0.25 * s;
-    x = (R[2][1] - R[1][2]) / s;
-    y = (R[0][2] - R[2][0]) / s;
-    z = (R[1][0] - R[0][1]) / s;
-  } else if (R[0][0] > R[1][1] && R[0][0] > R[2][2]) {
-    const double s = std::sqrt(1.0 + R[0][0] - R[1][1] - R[2][2]) * 2.0;
-    w = (R[2][1] - R[1][2]) / s;
-    x = 0.25 * s;
-    y = (R[0][1] + R[1][0]) / s;
-    z = (R[0][2] + R[2][0]) / s;
-  } else if (R[1][1] > R[2][2]) {
-    const double s = std::sqrt(1.0 + R[1][1] - R[0][0] - R[2][2]) * 2.0;
-    w = (R[0][2] - R[2][0]) / s;
-    x = (R[0][1] + R[1][0]) / s;
-    y = 0.25 * s;
-    z = (R[1][2] + R[2][1]) / s;
-  } else {
-    const double s = std::sqrt(1.0 + R[2][2] - R[0][0] - R[1][1]) * 2.0;
-    w = (R[1][0] - R[0][1]) / s;
-    x = (R[0][2] + R[2][0]) / s;
-    y = (R[1][2] + R[2][1]) / s;
-    z = 0.25 * s;
-  }
-  if (w < 0.0) {
-    x = -x;
-    y = -y;
-    z = -z;
-    w = -w;
-  }
-
-  XrPosedMRV_t record;
-  record.orientation.x = x;
-  record.orientation.y = y;
-  record.orientation.z = z;
-  record.orientation.w = w;
-  record.position.x = static_cast<double>(pose.translation()(0));
-  record.position.y = static_cast<double>(pose.translation()(1));
-  record.position.z = static_cast<double>(pose.translation()(2));
-  return record;
-}
-
-namespace {
-
-void setError(std::string* error, const std::string& text) {
-  if (error != nullptr) *error = text;
-}
-
-/// An image extent that converts to int32 without overflow.
-bool fitsRecordSize(double extent) {
-  return extent >= 1.0 && extent <= static_cast<double>(std::numeric_limits<int32_t>::max());
-}
-
-}  // namespace
-
-template <typename PREC>
-bool makeDeviceCalibration(const AR::CV::FullStereoCameraCalibration<PREC>& calibration,
-                           DeviceCalibrationMRV& device, std::string* error) {
-  if (calibration.size() != 2) {
-    setError(error, "a device record holds exactly 2 cameras, the calibration has " +
-                        std::to_string(calibration.size()));
-    return false;
-  }
-  DeviceCalibrationMRV out;
-  std::memset(&out, 0, sizeof(out));
-  out.num_cameras = 2;
-  for (size_t i = 0; i < 2; ++i) {
-    const AR::CV::FullCamera<PREC>& camera = calibration.at(i);
-    const std::string name(camera.getCamId().getCamName().rawName());
-    if (!camera.isInitialized()) {
-      setError(error, "camera " + std::to_string(i) + " ('" + name + "') is not initialised");
-      return false;
-    }
-    const CamModel::CameraModel<PREC>& model = camera.getIntrinsicsPtr()->getCamModel();
-    const double width = static_cast<double>(model.size(0));
-    const double height = static_cast<double>(model.size(1));
-    if (!fitsRecordSize(width) || !fitsRecordSize(height)) {
-      setError(error, "camera " + std::to_string(i) + " ('" + name +
-                          "') has an image size that does not fit the record");
-      return false;
-    }
-    CameraCalibrationMRV& record = out.cameras[i];
-    record.width = static_cast<int32_t>(width);
-    record.height = static_cast<int32_t>(height);
-    record.cx = static_cast<double>(model.principalPoint(0));
-    record.cy = static_cast<double>(model.principalPoint(1));
-    record.fx = static_cast<double>(model.focalLength(0));
-    record.fy = static_cast<double>(model.focalLength(1));
-    for (int k = 0; k < 6; ++k) record.k[k] = static_cast<double>(model.radialDistortionCoeffs(k));
-    for (int k = 0; k < 2; ++k)
-      record.p[k] = static_cast<double>(model.tangentialDistortionCoeffs(k));
-    record.noiseX = std::sqrt(static_cast<double>(kDeviceCameraNoiseVariance));
-    record.noiseY = record.noiseX;
-    record.distortionModel = static_cast<int32_t>(model.model);
-    record.pose = toPoseRecord(camera.getCamReferenceToLocal());
-  }
-  device = out;
-  return true;
-}
-
-void makeDisplayRecord(const AR::CV::DisplayEye& eye, CameraCalibrationMRV& record) {
-  std::memset(&record, 0, sizeof(record));
-  record.width = eye.width;
-  record.height = eye.height;
-  record.cx = 0.5 * static_cast<double>(eye.width);
-  record.cy = 0.5 * static_cast<double>(eye.height);
-  record.fx = eye.fx;
-  record.fy = eye.fy;
-  record.distortionModel = static_cast<int32_t>(LINEAR);
-  record.pose = toPoseRecord(eye.eyeFromDevice);
-}
-
-template XrPosedMRV_t toPoseRecord<float>(const AR::Math::SE3<float>&);
-template XrPosedMRV_t toPoseRecord<double>(const AR::Math::SE3<double>&);
-template bool makeDeviceCalibration<float>(const AR::CV::FullStereoCameraCalibration<float>&,
-                                           DeviceCalibrationMRV&, std::string*);
-template bool makeDeviceCalibration<double>(const AR::CV::FullStereoCameraCalibration<double>&,
-                                            DeviceCalibrationMRV&, std::string*);
 
 }  // namespace VIO

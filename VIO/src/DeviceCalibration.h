@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-
-#include "AR/CV/Camera/CalibrationFile.h"
 #include "AR/CV/Camera/StereoCamera.h"
 #include "AR/Math/SE3.h"
 #include "StereoRectifyWrapperTypes.h"
@@ -11,7 +8,10 @@ namespace VIO {
 
 /// Feature-noise variance (pixels squared, in x and in y) of every camera
 /// converted from a device record: the record's noise fields are output-only
-/// (written back as the standard deviation, 9 pixels).
+/// (written back as the standard deviation, 9 pixels). Inside the camera model
+/// these two slots are the validity limits (maxValidDistortionRSq,
+/// maxValidUndistortionRSq), which must start at 81 before the range
+/// analysis narrows them.
 constexpr float kDeviceCameraNoiseVariance = 81.0f;
 
 /// Pose record to rigid transform: the quaternion is rounded to float,
@@ -30,28 +30,6 @@ AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose);
 bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
                                AR::CV::FullStereoCameraCalibration<float>& calibration,
                                DeviceFrameParams& frame);
-
-/// Pose record of a rigid transform: the rotation as a unit quaternion
-/// (scalar part non-negative where the rotation allows), the translation as
-/// the position. The inverse of toXRRD up to rounding.
-template <typename PREC>
-XrPosedMRV_t toPoseRecord(const AR::Math::SE3<PREC>& pose);
-
-/// Fills `device` from a two-camera rig whose reference frame is the
-/// device frame: camera i goes to slot i with its intrinsics, model and
-/// camReferenceToLocal as its pose; the noise fields get the standard
-/// deviation of the default variance (9 pixels); everything else, the header
-/// vectors and the reserved regions included, is zeroed. False (with
-/// `error`, `device` untouched) unless the rig has exactly two initialised
-/// cameras whose image size fits the record.
-template <typename PREC>
-bool makeDeviceCalibration(const AR::CV::FullStereoCameraCalibration<PREC>& calibration,
-                           DeviceCalibrationMRV& device, std::string* error = nullptr);
-
-/// Fills a display-eye record: size, focal lengths, principal point at the
-/// image centre, no distortion (LINEAR), the eye's pose; everything else
-/// zeroed.
-void makeDisplayRecord(const AR::CV::DisplayEye& eye, CameraCalibrationMRV& record);
 
 }  // namespace VIO
 
