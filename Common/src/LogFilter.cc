@@ -171,7 +171,7 @@ bool detachChildNode(LogFilterNode& parentNode, LogFilterNode& node) {
   if (!(position != parentNode.Children.end())) {
     logError("parentNode->Children.find_data(*node) != parentNode->Children.end()",
              "Common/src/LogFilter",
-             "bool AR::Common::detachChildNode(AR::Common::LogFilterNode&, AR::Common::LogFilterNode&)",
+             "bool AR::Common::detachChildNode(LogFilterNode&, LogFilterNode&)",
              __LINE__);
     return false;
   }

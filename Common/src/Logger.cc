@@ -227,10 +227,9 @@ int reportMissing(char* buffer, size_t size, const char* condition, const char* 
 
 }  // namespace
 
-#define AR_FORMATTER_SIGNATURE(name)                                                       \
-  "int AR::Common::" #name                                                                 \
-  "(char*, size_t, AR::Common::Logger::LEVEL, const char*, int, const char*, int, const " \
-  "char*)"
+#define AR_FORMATTER_SIGNATURE(name) \
+  "int AR::Common::" #name          \
+  "(char*, size_t, Logger::LEVEL, const char*, int, const char*, int, const char*)"
 
 int getFormatString(char* buffer, size_t size, Logger::LEVEL, const char*, int, const char*, int,
                     const char* text) {
@@ -407,7 +406,7 @@ const char* getLogLevelString(Logger::LEVEL level) {
   const int nlevel = level;
   if (!(nlevel >= 0 && nlevel <= 5)) {
     logError("nlevel >= 0 && nlevel <= 5", kSource,
-             "const char* AR::Common::getLogLevelString(AR::Common::Logger::LEVEL)", __LINE__);
+             "const char* AR::Common::getLogLevelString(Logger::LEVEL)", __LINE__);
     return "";
   }
   return kTexts[nlevel];

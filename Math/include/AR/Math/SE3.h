@@ -80,7 +80,7 @@ class AR_EXPORT SE3 {
     const T theta = std::sqrt(theta2);
     const T tanLen = std::tan(theta / T(2));
     AR_FATAL_ASSERT(tanLen >= 0, "tanLen >= 0", "Math/include/AR/Math/SE3",
-                    "AR::Math::Vector<T, 6> AR::Math::SE3<T>::ln() const");
+                    "AR::Math::SE3<T>::Vector6 AR::Math::SE3<T>::ln() const");
     const T f = tanLen > T(0) ? (theta / T(2)) / tanLen : T(0);
     Vector3 u = translation_;
     if (f > T(0)) {
