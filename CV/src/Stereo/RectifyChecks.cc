@@ -115,8 +115,10 @@ void validateStereoRectify(const FullStereoCameraCalibration<T>& calibration,
     AR::Common::logMultilineString("x_tr=" + AR::Math::to_string(x_tr), AR::Common::Logger::LEVEL_INFO);
   }
 
-  // Rectified rows must agree: that is what makes a row-wise disparity search valid.
-  if (!(AR::Math::fabs(x_tl(1) - x_tr(1)) < T(1e-2)))
+  // Rectified rows must agree: that is what makes a row-wise disparity search
+  // valid. Both bounds below are double constants: a float difference is
+  // compared after promotion, so exactly 0.01f (just below 0.01) passes.
+  if (!(AR::Math::fabs(x_tl(1) - x_tr(1)) < 1e-2))
     AR::Common::logError("AR::Math::fabs(x_tl(1) - x_tr(1)) < 1e-2", kSource, function, __LINE__);
 
   // And the rectifying rotation must carry the target ray back to the input pixel.
@@ -127,7 +129,7 @@ void validateStereoRectify(const FullStereoCameraCalibration<T>& calibration,
   Vec2 x_ol_reproj;
   if (!calibration[0].projectCameraToDevicePix(ray_ol, x_ol_reproj))
     AR::Common::logError("success", kSource, function, __LINE__);
-  if (!(AR::Math::norm(x_ol_reproj - x_ol) < T(1e-1)))
+  if (!(AR::Math::norm(x_ol_reproj - x_ol) < 1e-1))
     AR::Common::logError("AR::Math::norm(x_ol_reproj - x_ol) < 1e-1", kSource, function, __LINE__);
 }
 

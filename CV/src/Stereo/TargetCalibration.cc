@@ -300,11 +300,12 @@ void makeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibra
   const Mat3 product = R_half.matrix() * A.matrix();
   R_tl2ol = AR::Math::SO3<T>(product.transpose());
 
-  // 14.-15. The baseline seen from the target frame must lie along -x.
+  // 14.-15. The baseline seen from the target frame must lie along -x (the
+  // bound is the double constant 0.0001, compared after promotion).
   const Vec3 v = R_tl2ol.matrix().transpose() * baselineVec_ol;
   if (levelAtLeast(AR::Common::Logger::LEVEL_DEBUG))
     AR::Common::logMultilineString(AR::Math::to_string(v), AR::Common::Logger::LEVEL_DEBUG);
-  if (!(AR::Math::fabs(AR::Math::dot(AR::Math::unit(v), baselineDir_target_t) - T(1)) < T(0.0001)))
+  if (!(AR::Math::fabs(AR::Math::dot(AR::Math::unit(v), baselineDir_target_t) - T(1)) < 0.0001))
     AR::Common::logError(
         "(Math::fabs(Math::dot(Math::unit(R_tl2ol.inverse()*baselineVec_ol), baselineDir_target_t) - 1)) < "
         "0.0001",
