@@ -15,6 +15,6 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/Stereo/TargetCalibration_test.cc)
 endif()
 if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/Stereo/RectifyChecks_test.cc)
   ar_add_test(cv_rectify_checks_test
-    SOURCES src/Stereo/RectifyChecks_test.cc src/Stereo/MidPoint_test.cc
+    SOURCES src/Stereo/RectifyChecks_test.cc
     DEPS ARCVRectify)
 endif()
