@@ -12,7 +12,3 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/DeviceCalibration_test.cc)
     SOURCES src/DeviceCalibration_test.cc src/DeviceCalibration_c_test.c
     DEPS ARVIODevice)
 endif()
-if(TARGET vio_device_test)
-  target_compile_definitions(vio_device_test PRIVATE
-    AR_EXAMPLE_RIG="${PROJECT_SOURCE_DIR}/examples/example_rig.xml")
-endif()

@@ -138,8 +138,9 @@ bool FullCamera<PREC>::projectCameraToDevicePix(const Vec3& pointInCamReference,
 
   const Vec3 p = mCamReferenceToLocal.rotation().matrix() * pointInCamReference +
                  mCamReferenceToLocal.translation();
-  // Single-precision bound in both precisions, as the intrinsic projection.
-  if (p(2) < PREC(0.01f)) return false;
+  // Points nearer than 1 cm (or behind the camera) do not project; the bound
+  // is 0.01 in the camera's own precision.
+  if (p(2) < PREC(0.01)) return false;
 
   const PREC invZ = PREC(1) / p(2);
   const PREC x = p(0) * invZ;
