@@ -25,9 +25,13 @@ const char* const kXml =
     "  <Numbers whole=\"-12\" real=\"2.5e-1\" bad=\"12x\" big=\"99999999999\"/>\n"
     "</Brim>\n";
 
-TEST(ConfigNode, DottedLookupFromTheDocument) {
+class ConfigNodeTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(config.loadFromString(kXml)); }
   ConfigNode config;
-  ASSERT_TRUE(config.loadFromString(kXml));
+};
+
+TEST_F(ConfigNodeTest, DottedLookupFromTheDocument) {
   EXPECT_TRUE(config.isValid());
   EXPECT_EQ(config.getName(), "");
   const ConfigNode logging = config.getNode("Brim.Logging");
@@ -42,9 +46,7 @@ TEST(ConfigNode, DottedLookupFromTheDocument) {
   EXPECT_EQ(logging.getNode("").getName(), "Logging");
 }
 
-TEST(ConfigNode, AttributesStringsAndBooleans) {
-  ConfigNode config;
-  ASSERT_TRUE(config.loadFromString(kXml));
+TEST_F(ConfigNodeTest, AttributesStringsAndBooleans) {
   const ConfigNode logging = config.getNode("Brim.Logging");
   EXPECT_TRUE(logging.hasAttribute("timedate"));
   EXPECT_FALSE(logging.hasAttribute("function"));
@@ -58,9 +60,7 @@ TEST(ConfigNode, AttributesStringsAndBooleans) {
   EXPECT_FALSE(logging.getBool("missing"));
 }
 
-TEST(ConfigNode, Numbers) {
-  ConfigNode config;
-  ASSERT_TRUE(config.loadFromString(kXml));
+TEST_F(ConfigNodeTest, Numbers) {
   const ConfigNode numbers = config.getNode("Brim.Numbers");
   int whole = 0;
   double real = 0;
@@ -75,9 +75,7 @@ TEST(ConfigNode, Numbers) {
   EXPECT_EQ(untouched, 7);
 }
 
-TEST(ConfigNode, ChildrenInDocumentOrder) {
-  ConfigNode config;
-  ASSERT_TRUE(config.loadFromString(kXml));
+TEST_F(ConfigNodeTest, ChildrenInDocumentOrder) {
   const ConfigNode logging = config.getNode("Brim.Logging");
   std::vector<std::string> names;
   for (const ConfigNode& child : logging.getChildren()) names.push_back(child.getName());
@@ -90,13 +88,9 @@ TEST(ConfigNode, ChildrenInDocumentOrder) {
   EXPECT_FALSE(config.getNode("Brim.Logging.Note").firstChild().isValid());
 }
 
-TEST(ConfigNode, NodesKeepTheDocumentAlive) {
-  ConfigNode logging;
-  {
-    ConfigNode config;
-    ASSERT_TRUE(config.loadFromString(kXml));
-    logging = config.getNode("Brim.Logging");
-  }
+TEST_F(ConfigNodeTest, NodesKeepTheDocumentAlive) {
+  const ConfigNode logging = config.getNode("Brim.Logging");
+  config = ConfigNode();
   EXPECT_EQ(logging.getString("defaultLevel"), "debug");
 }
 
@@ -113,10 +107,8 @@ TEST(ConfigNode, InvalidNodeReadsAsAbsent) {
   EXPECT_EQ(none.getText(), "");
 }
 
-TEST(ConfigNode, MalformedXmlIsAClearError) {
+TEST_F(ConfigNodeTest, MalformedXmlIsAClearError) {
   AR::Test::LogCapture capture;
-  ConfigNode config;
-  ASSERT_TRUE(config.loadFromString(kXml));
   EXPECT_FALSE(config.loadFromString("<Brim><Logging></Brim>"));
   EXPECT_FALSE(config.isValid());  // the previous document is gone
   EXPECT_FALSE(config.getError().empty());
