@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
+#include <vector>
 
 #include "LogCapture.h"
 
@@ -65,38 +67,17 @@ TYPED_TEST(IsGoodNumTest, TinyValuesAreBadUnlessAllowed) {
   }
 }
 
-TEST_F(MathDebuggingTest, DoubleUsesTheFloatBounds) {
-  EXPECT_FALSE(isGoodNum(1e-30, false));  // below 1e-30f = 1.0000000031710769e-30
-  EXPECT_TRUE(isGoodNum(double(1e-30f), false));
-  EXPECT_TRUE(isGoodNum(999999986991104.0, false));
-  EXPECT_FALSE(isGoodNum(999999986991104.5, false));
-  EXPECT_FALSE(isGoodNum(1e15, false));  // 1e15 > 1e15f
-}
-
 TEST_F(MathDebuggingTest, BadValuesAreLoggedInHexadecimal) {
   EXPECT_FALSE(isGoodNum(1e16, false));
   EXPECT_FALSE(isGoodNum(1e16f, false));
   EXPECT_FALSE(isGoodNum(1e-31f, false));
   EXPECT_FALSE(isGoodNum(-std::numeric_limits<float>::infinity(), true));
   EXPECT_FALSE(isGoodNum(std::numeric_limits<double>::quiet_NaN(), true));
-  ASSERT_EQ(this->log_.messages().size(), 5u);
-  EXPECT_EQ(log_.messages()[0],
-            "AR ERROR: Bad float: 0x1.1c37937e08p+53 is nan or inf or denormal or uninitialised\n");
-  EXPECT_EQ(log_.messages()[1],
-            "AR ERROR: Bad float: 0x1.1c3794p+53 is nan or inf or denormal or uninitialised\n");
-  EXPECT_EQ(log_.messages()[2],
-            "AR ERROR: Bad float: 0x1.039d66p-103 is nan or inf or denormal or uninitialised\n");
-  EXPECT_EQ(log_.messages()[3],
-            "AR ERROR: Bad float: -inf is nan or inf or denormal or uninitialised\n");
-  EXPECT_EQ(log_.messages()[4],
-            "AR ERROR: Bad float: nan is nan or inf or denormal or uninitialised\n");
-}
-
-TEST_F(MathDebuggingTest, NothingIsLoggedWhenTheLoggerIsOff) {
-  Logger::getInstance().setLevel(Logger::LEVEL_OFF);
-  EXPECT_FALSE(isGoodNum(1e16, false));
-  EXPECT_FALSE(isGoodVector(Vec2F(1e16f, 0.f), false));
-  EXPECT_TRUE(log_.messages().empty());
+  std::vector<std::string> expected;
+  for (const char* value : {"0x1.1c37937e08p+53", "0x1.1c3794p+53", "0x1.039d66p-103", "-inf", "nan"})
+    expected.push_back(std::string("AR ERROR: Bad float: ") + value +
+                       " is nan or inf or denormal or uninitialised\n");
+  EXPECT_EQ(log_.messages(), expected);
 }
 
 TEST_F(MathDebuggingTest, BadVectorNamesTheFirstBadElement) {
