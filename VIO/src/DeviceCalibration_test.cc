@@ -180,17 +180,6 @@ TEST(ToXRRDTest, UnnormalisedQuaternionGivesTheSameRotation) {
   EXPECT_EQ(unit.translation(), AR::Math::Vec3F(0.5f, -0.25f, 2.0f));
 }
 
-TEST(ToXRRDTest, ScalarPartLastAndRotationToFloatPrecision) {
-  // 90 degrees about z turns x into y.
-  const auto T = toXRRD(makePose(axisAngle(0, 0, 1, M_PI / 2), 0, 0, 0));
-  const Vector<float, 3> y = T.rotation().matrix() * Vector<float, 3>(1.0f, 0.0f, 0.0f);
-  EXPECT_NEAR(y(0), 0.0f, 1e-6f);
-  EXPECT_NEAR(y(1), 1.0f, 1e-6f);
-  const auto R = toXRRD(tiltedLeftPose()).rotation().matrix();
-  EXPECT_LT(AR::Math::orthogonalityError(R), 1e-6f);
-  EXPECT_NEAR(AR::Math::determinant(R), 1.0f, 1e-6f);
-}
-
 TEST(ToXRRDDeathTest, ZeroQuaternionIsFatal) {
   EXPECT_DEATH(toXRRD(makePose({0, 0, 0, 0}, 1, 2, 3)), "length>0");
 }

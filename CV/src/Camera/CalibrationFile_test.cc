@@ -1,15 +1,11 @@
 #include "AR/CV/Camera/CalibrationFile.h"
 
 #include <gtest/gtest.h>
-#include <tinyxml2.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "LogCapture.h"
 
@@ -69,15 +65,7 @@ FullStereoCameraCalibration<PREC> makeRig(DistortionModel distortion) {
       {PREC(-0.0491), PREC(0.0049), PREC(-0.0172), PREC(3.121), PREC(-0.011), PREC(0.043)}};
   const char* ids[2] = {"trackingA0", "trackingB1"};
   for (int i = 0; i < 2; ++i) {
-    CaptureDetails details;
-    details.nativeSensorWidth = 1280;
-    details.nativeSensorHeight = 960;
-    details.cropL = i;
-    details.cropR = -i;
-    details.cropT = 7;
-    details.cropB = 8;
-    details.binningH = 2;
-    details.binningV = 2;
+    const CaptureDetails details{1280, 960, i, -i, 7, 8, 2, 2};
     FullCamera<PREC> camera;
     const bool ok = quietly([&] {
       return camera.init(modelFor<PREC>(distortion, PREC(0.37) * PREC(i)),
@@ -94,16 +82,12 @@ FullStereoCameraCalibration<PREC> makeRig(DistortionModel distortion) {
 DisplayEyes makeEyes() {
   DisplayEyes eyes;
   eyes.present = true;
-  eyes.left.width = 1280;
-  eyes.left.height = 1280;
-  eyes.left.fx = 612.25;
-  eyes.left.fy = 611.75;
-  eyes.left.eyeFromDevice = AR::Math::SE3<double>::exp(
-      AR::Math::Vector<double, 6>(0.0315, 0.012, -0.062, 0.01, -0.02, 0.003));
-  eyes.right = eyes.left;
-  eyes.right.width = 1440;
-  eyes.right.eyeFromDevice = AR::Math::SE3<double>::exp(
-      AR::Math::Vector<double, 6>(-0.0315, 0.012, -0.062, 0.01, 0.02, -0.003));
+  eyes.left = {1280, 1280, 612.25, 611.75,
+               AR::Math::SE3<double>::exp(
+                   AR::Math::Vector<double, 6>(0.0315, 0.012, -0.062, 0.01, -0.02, 0.003))};
+  eyes.right = {1440, 1280, 612.25, 611.75,
+                AR::Math::SE3<double>::exp(
+                    AR::Math::Vector<double, 6>(-0.0315, 0.012, -0.062, 0.01, 0.02, -0.003))};
   return eyes;
 }
 
@@ -111,14 +95,6 @@ template <typename T>
 void expectSamePose(const AR::Math::SE3<T>& a, const AR::Math::SE3<T>& b) {
   EXPECT_EQ(a.rotation().matrix(), b.rotation().matrix());
   EXPECT_EQ(a.translation(), b.translation());
-}
-
-void expectSameEye(const DisplayEye& a, const DisplayEye& b) {
-  EXPECT_EQ(a.width, b.width);
-  EXPECT_EQ(a.height, b.height);
-  EXPECT_EQ(a.fx, b.fx);
-  EXPECT_EQ(a.fy, b.fy);
-  expectSamePose(a.eyeFromDevice, b.eyeFromDevice);
 }
 
 template <typename PREC>
@@ -170,10 +146,9 @@ class CalibrationFileRoundTripTest : public ::testing::TestWithParam<DistortionM
     ASSERT_TRUE(loadString(xml, loaded, &loadedEyes, &error)) << error << "\n" << xml;
     expectSameRig(rig, loaded);
     EXPECT_TRUE(loadedEyes.present);
-    expectSameEye(eyes.left, loadedEyes.left);
-    expectSameEye(eyes.right, loadedEyes.right);
 
-    // Saving what was loaded writes the same text again.
+    // Saving what was loaded writes the same text again (the display eyes
+    // are checked through it: every field of theirs is written).
     std::string again;
     ASSERT_TRUE(saveCalibrationToString(loaded, &loadedEyes, again, &error)) << error;
     EXPECT_EQ(xml, again);
@@ -191,43 +166,7 @@ INSTANTIATE_TEST_SUITE_P(AllLensModels, CalibrationFileRoundTripTest,
                            return CamModel::modelName(info.param);
                          });
 
-TEST(CalibrationFileTest, WrittenElements) {
-  const auto rig = makeRig<double>(RADIAL_3_PARAMETERS);
-  std::string xml;
-  ASSERT_TRUE(saveCalibrationToString(rig, nullptr, xml));
-  tinyxml2::XMLDocument doc;
-  ASSERT_EQ(doc.Parse(xml.c_str()), tinyxml2::XML_SUCCESS);
-  const tinyxml2::XMLElement* root = doc.RootElement();
-  EXPECT_STREQ(root->Name(), "DeviceConfiguration");
-  EXPECT_EQ(root->FirstChildElement("DisplayEye"), nullptr);
-  const tinyxml2::XMLElement* camera = root->FirstChildElement("Camera");
-  ASSERT_NE(camera, nullptr);
-  EXPECT_STREQ(camera->Attribute("id"), "trackingA0");
-  EXPECT_EQ(camera->IntAttribute("index", -1), 0);
-  const tinyxml2::XMLElement* calibration = camera->FirstChildElement("Calibration");
-  ASSERT_NE(calibration, nullptr);
-  EXPECT_STREQ(calibration->Attribute("model"), "RADIAL_3_PARAMETERS");
-  EXPECT_STREQ(calibration->Attribute("size"), "640 480 ");
-  // Full double precision, unlike the camera's own "%.8g" element.
-  EXPECT_STREQ(calibration->Attribute("focal_length"), "281.13 280.76999999999998 ");
-  EXPECT_NE(calibration->Attribute("tangential_distortion"), nullptr);
-  EXPECT_NE(calibration->Attribute("distortion_limit"), nullptr);
-  for (const char* name : {"Pose", "RollingShutter", "CaptureDetails", "TimeAlignment"})
-    EXPECT_NE(camera->FirstChildElement(name), nullptr) << name;
-  EXPECT_STREQ(camera->FirstChildElement("CaptureDetails")->Attribute("cropT"), "7");
-}
-
-TEST(CalibrationFileTest, CameraWithoutIntrinsicsIsNotSaved) {
-  FullStereoCameraCalibration<float> rig;
-  rig.setupEmptyCalibrationWithDefaultIds(1);
-  std::string xml = "untouched";
-  std::string error;
-  EXPECT_FALSE(saveCalibrationToString(rig, nullptr, xml, &error));
-  EXPECT_EQ(error, "camera 0 ('default_cam_0') has no intrinsics and cannot be saved");
-  EXPECT_EQ(xml, "untouched");
-}
-
-TEST(CalibrationFileTest, FileRoundTripAndFileErrors) {
+TEST(CalibrationFileTest, FilesAndUnsavableRigs) {
   const auto rig = makeRig<double>(FISHEYE_4_PARAMETERS);
   const std::string path = testing::TempDir() + "cv_rig_file_test_rig.xml";
   std::string error;
@@ -245,10 +184,14 @@ TEST(CalibrationFileTest, FileRoundTripAndFileErrors) {
   const std::string badDir = testing::TempDir() + "no-such-dir/rig.xml";
   EXPECT_FALSE(saveCalibration(badDir, rig, nullptr, &error));
   EXPECT_EQ(error.rfind(badDir + ": ", 0), 0u) << error;
-}
 
-// ---------------------------------------------------------------------------
-// The example rig
+  FullStereoCameraCalibration<float> placeholders;
+  placeholders.setupEmptyCalibrationWithDefaultIds(1);
+  std::string xml = "untouched";
+  EXPECT_FALSE(saveCalibrationToString(placeholders, nullptr, xml, &error));
+  EXPECT_EQ(error, "camera 0 ('default_cam_0') has no intrinsics and cannot be saved");
+  EXPECT_EQ(xml, "untouched");
+}
 
 template <typename PREC>
 class ExampleRigTest : public ::testing::Test {};
@@ -265,12 +208,11 @@ TYPED_TEST(ExampleRigTest, LoadsAsARealisticRig) {
     return loadCameraCalibFromDeviceConfig(AR_EXAMPLE_RIG, rig, &eyes, &error);
   })) << error;
   EXPECT_EQ(log.countContaining("AR_ASSERT"), 0u);
-  EXPECT_EQ(rig.getDeviceUID(), "EXAMPLE-HMD-0001");
   ASSERT_EQ(rig.size(), 2u);
   EXPECT_TRUE(rig.isInitialized());
   EXPECT_EQ(rig[0].getNameStr(), "trackingA0");
   EXPECT_EQ(rig[1].getNameStr(), "trackingB1");
-  EXPECT_EQ(rig[0].getIntrinsics().getRadialDistortionModel(), FISHEYE_4_PARAMETERS);
+  EXPECT_TRUE(eyes.present);
 
   // Baseline about 10 cm, a few degrees between the optical axes.
   const auto right = rig[1].getCamReferenceToLocal() * rig[0].getLocalToCamReference();
@@ -280,12 +222,6 @@ TYPED_TEST(ExampleRigTest, LoadsAsARealisticRig) {
   AR::Math::matrix2AxisAngle(right.rotation().matrix(), axis, angle);
   EXPECT_GT(angle, PREC(0.02));
   EXPECT_LT(angle, PREC(0.15));
-
-  ASSERT_TRUE(eyes.present);
-  EXPECT_EQ(eyes.left.width, 1280);
-  EXPECT_EQ(eyes.right.height, 1280);
-  EXPECT_NEAR(eyes.right.eyeFromDevice.translation()(0) - eyes.left.eyeFromDevice.translation()(0),
-              -0.063, 1e-12);
 
   // A point 2 m ahead of the device is seen near the centre of both cameras.
   const AR::Math::Vector<PREC, 3> ahead(PREC(0), PREC(0), PREC(-2));
@@ -297,10 +233,7 @@ TYPED_TEST(ExampleRigTest, LoadsAsARealisticRig) {
   }
 }
 
-// ---------------------------------------------------------------------------
-// Malformed files
-
-/// One camera, every element present; `replace` edits it for each case.
+/// One camera, every element present; each malformed case edits one piece of it.
 const char* const kValidFile =
     "<?xml version=\"1.0\"?>\n"
     "<DeviceConfiguration deviceUID=\"uid\">\n"
@@ -332,17 +265,30 @@ struct MalformedCase {
 
 std::ostream& operator<<(std::ostream& os, const MalformedCase& c) { return os << c.name; }
 
-std::string edited(const MalformedCase& c) {
+std::string edited(const char* from, const char* to) {
   std::string text = kValidFile;
-  const size_t at = text.find(c.from);
-  EXPECT_NE(at, std::string::npos) << c.name;
-  if (at != std::string::npos) text.replace(at, std::strlen(c.from), c.to);
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, std::strlen(from), to);
   return text;
 }
 
-class MalformedFileTest : public ::testing::TestWithParam<MalformedCase> {};
+/// Loading `text` fails with `message` and leaves rig and eyes as they were.
+template <typename PREC>
+void expectRejected(const std::string& text, const std::string& message) {
+  FullStereoCameraCalibration<PREC> rig;
+  rig.setupEmptyCalibrationWithDefaultIds(3);
+  rig.setDeviceUID("before");
+  DisplayEyes eyes = makeEyes();
+  std::string error;
+  EXPECT_FALSE(loadString(text, rig, &eyes, &error));
+  EXPECT_NE(error.find(message), std::string::npos) << "expected: " << message << "\nactual:   " << error;
+  EXPECT_EQ(rig.size(), 3u);
+  EXPECT_EQ(rig.getDeviceUID(), "before");
+  EXPECT_EQ(eyes.right.width, 1440);
+}
 
-TEST(MalformedFileBaseTest, TheBaseFileIsValid) {
+TEST(MalformedFileTest, TheBaseFileIsValid) {
   FullStereoCameraCalibration<double> rig;
   DisplayEyes eyes;
   std::string error;
@@ -354,38 +300,12 @@ TEST(MalformedFileBaseTest, TheBaseFileIsValid) {
   EXPECT_TRUE(eyes.present);
 }
 
-TEST_P(MalformedFileTest, IsRejectedWithItsMessageAndChangesNothing) {
-  const MalformedCase& c = GetParam();
-  const std::string text = edited(c);
-  for (int precision = 0; precision < 2; ++precision) {
-    std::string error;
-    DisplayEyes eyes = makeEyes();
-    eyes.left.width = 17;
-    bool ok = true;
-    size_t sizeAfter = 0;
-    std::string uidAfter;
-    if (precision == 0) {
-      FullStereoCameraCalibration<float> rig;
-      rig.setupEmptyCalibrationWithDefaultIds(3);
-      rig.setDeviceUID("before");
-      ok = loadString(text, rig, &eyes, &error);
-      sizeAfter = rig.size();
-      uidAfter = rig.getDeviceUID();
-    } else {
-      FullStereoCameraCalibration<double> rig;
-      rig.setupEmptyCalibrationWithDefaultIds(3);
-      rig.setDeviceUID("before");
-      ok = loadString(text, rig, &eyes, &error);
-      sizeAfter = rig.size();
-      uidAfter = rig.getDeviceUID();
-    }
-    EXPECT_FALSE(ok);
-    EXPECT_NE(error.find(c.message), std::string::npos)
-        << "expected: " << c.message << "\nactual:   " << error;
-    EXPECT_EQ(sizeAfter, 3u);
-    EXPECT_EQ(uidAfter, "before");
-    EXPECT_EQ(eyes.left.width, 17);
-  }
+class MalformedFileCaseTest : public ::testing::TestWithParam<MalformedCase> {};
+
+TEST_P(MalformedFileCaseTest, IsRejectedWithItsMessageAndChangesNothing) {
+  const std::string text = edited(GetParam().from, GetParam().to);
+  expectRejected<float>(text, GetParam().message);
+  expectRejected<double>(text, GetParam().message);
 }
 
 const MalformedCase kMalformedCases[] = {
@@ -396,13 +316,9 @@ const MalformedCase kMalformedCases[] = {
     {"OverlongId", "<Camera id=\"cam\">",
      "<Camera id=\"cam_0123456789012345678901234567890123456789012345678901234567890\">",
      "is longer than 63 characters"},
-    {"MissingCalibration", "<Calibration ", "<Intrinsics ",
-     "element 'Camera' of camera 'cam' (line 3): missing child element 'Calibration'"},
     {"MissingFocalLength", "focal_length=\"280 280 \"", "",
      "element 'Calibration' of camera 'cam' (line 4): attribute 'focal_length' is missing"},
-    {"UnparsableNumber", "principal_point=\"320 240 \"", "principal_point=\"320 abc \"",
-     "attribute 'principal_point' value 'abc' is not a number"},
-    {"TrailingGarbage", "principal_point=\"320 240 \"", "principal_point=\"320 240px \"",
+    {"UnparsableNumber", "principal_point=\"320 240 \"", "principal_point=\"320 240px \"",
      "attribute 'principal_point' value '240px' is not a number"},
     {"UnknownModel", "model=\"RADIAL_3_PARAMETERS\"", "model=\"RADIAL_4_PARAMETERS\"",
      "attribute 'model' names an unknown distortion model 'RADIAL_4_PARAMETERS'"},
@@ -411,96 +327,67 @@ const MalformedCase kMalformedCases[] = {
      "attribute 'radial_distortion' holds 5 values, expected 6"},
     {"TooManySizeValues", "size=\"640 480 \"", "size=\"640 480 3\"",
      "attribute 'size' holds 3 values, expected 2"},
-    {"OneTangentialValue", "tangential_distortion=\"0.0003 -0.0002 \"",
-     "tangential_distortion=\"0.0003\"",
-     "attribute 'tangential_distortion' holds 1 value, expected 2"},
     {"NaN", "focal_length=\"280 280 \"", "focal_length=\"280 nan \"",
      "attribute 'focal_length' value 'nan' is not finite"},
-    {"Infinity", "translation=\"0.05 0 0\"", "translation=\"0.05 -inf 0\"",
-     "element 'Pose' of camera 'cam' (line 7): attribute 'translation' value '-inf' is not finite"},
     {"Overflow", "focal_length=\"280 280 \"", "focal_length=\"280 1e400 \"",
      "attribute 'focal_length' value '1e400' is not finite"},
-    {"HugeCoefficient", "radial_distortion=\"-0.28 0.07 -0.008 0 0 0 \"",
-     "radial_distortion=\"-0.28 0.07 -8e20 0 0 0 \"",
+    {"HugeCoefficient", "-0.008 0 0 0 \"", "-8e20 0 0 0 \"",
      "attribute 'radial_distortion' holds a coefficient beyond +-10000"},
     {"CoefficientBeyondTheModel", "model=\"RADIAL_3_PARAMETERS\"", "model=\"RADIAL_2_PARAMETERS\"",
      "element 'Calibration' of camera 'cam' (line 4): invalid intrinsics"},
-    {"PrincipalPointOutside", "principal_point=\"320 240 \"", "principal_point=\"700 240 \"",
-     "invalid intrinsics"},
     {"MissingPose", "<Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"/>", "",
-     "missing child element 'Pose'"},
-    {"NotARotation", "rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"",
-     "rotation=\"1 0 0 0 1 0 0 0 -1\" translation=\"0.05 0 0\"",
+     "element 'Camera' of camera 'cam' (line 3): missing child element 'Pose'"},
+    {"Reflection", "rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05",
+     "rotation=\"1 0 0 0 1 0 0 0 -1\" translation=\"0.05",
      "attribute 'rotation' is not a rotation matrix"},
-    {"ScaledRotation", "rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"",
-     "rotation=\"2 0 0 0 2 0 0 0 2\" translation=\"0.05 0 0\"",
+    {"ScaledRotation", "rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05",
+     "rotation=\"2 0 0 0 2 0 0 0 2\" translation=\"0.05",
      "attribute 'rotation' is not a rotation matrix"},
-    {"RotationCount", "rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"",
-     "rotation=\"1 0 0 0 1 0 0 0\" translation=\"0.05 0 0\"",
-     "attribute 'rotation' holds 8 values, expected 9"},
     {"BadBoolean", "enabled=\"true\"", "enabled=\"yes\"",
      "element 'RollingShutter' of camera 'cam' (line 8): attribute 'enabled' value 'yes' is not a "
      "boolean"},
-    {"MissingLineTime", "line_time=\"2e-5\"", "", "attribute 'line_time' is missing"},
     {"MissingCrop", "cropT=\"0\" ", "",
-     "element 'CaptureDetails' of camera 'cam' (line 9): "
-     "attribute 'cropT' is missing"},
+     "element 'CaptureDetails' of camera 'cam' (line 9): attribute 'cropT' is missing"},
     {"FractionalCrop", "cropB=\"0\"", "cropB=\"1.5\"",
      "attribute 'cropB' value '1.5' is not an integer"},
     {"CropOutOfRange", "cropB=\"0\"", "cropB=\"4294967296\"",
      "attribute 'cropB' value '4294967296' is out of range"},
-    {"BadDelta", "delta=\"0.001\"", "delta=\"soon\"",
-     "element 'TimeAlignment' of camera 'cam' (line 11): attribute 'delta' value 'soon' is not a "
-     "number"},
     {"DuplicateCamera", "  </Camera>\n",
      "  </Camera>\n  <Camera id=\"cam\"><Calibration size=\"640 480\" principal_point=\"320 240\" "
      "focal_length=\"280 280\" model=\"LINEAR\" radial_distortion=\"0 0 0 0 0 0\"/>"
      "<Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0 0 0\"/></Camera>\n",
      "attribute 'id' repeats camera 'cam'"},
-    {"LoneLeftEye",
-     "  <DisplayEye side=\"right\" width=\"1280\" height=\"1280\" fx=\"612\" fy=\"612\">\n"
-     "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"-0.03 0 0\"/>\n"
-     "  </DisplayEye>\n",
-     "", "display eyes come in pairs, the right 'DisplayEye' is missing"},
     {"UnknownSide", "side=\"right\"", "side=\"middle\"",
      "attribute 'side' value 'middle' is neither 'left' nor 'right'"},
     {"RepeatedSide", "side=\"right\"", "side=\"left\"", "attribute 'side' repeats the left eye"},
     {"ZeroWidthEye", "<DisplayEye side=\"left\" width=\"1280\"",
      "<DisplayEye side=\"left\" width=\"0\"",
      "element 'DisplayEye' of display eye 'left' (line 13): attribute 'width' must be positive"},
-    {"NegativeFocalEye",
-     "fx=\"612\" fy=\"612\">\n    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" "
-     "translation=\"-0.03",
-     "fx=\"612\" fy=\"-612\">\n    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"-0.03",
-     "display eye 'right' (line 16): attribute 'fy' must be positive"},
-    {"EyeWithoutPose", "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.03 0 0\"/>\n", "",
-     "element 'DisplayEye' of display eye 'left' (line 13): missing child element 'Pose'"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Cases, MalformedFileTest, ::testing::ValuesIn(kMalformedCases),
+INSTANTIATE_TEST_SUITE_P(Cases, MalformedFileCaseTest, ::testing::ValuesIn(kMalformedCases),
                          [](const testing::TestParamInfo<MalformedCase>& info) {
                            return std::string(info.param.name);
                          });
 
-TEST(MalformedFileTest, RootWithoutCamerasOrOfAnotherName) {
-  FullStereoCameraCalibration<double> rig;
-  std::string error;
-  EXPECT_FALSE(loadString("<Rig><DeviceConfiguration/></Rig>", rig, nullptr, &error));
-  EXPECT_EQ(error, "root element is 'Rig', expected 'DeviceConfiguration'");
-  EXPECT_FALSE(loadString("<DeviceConfiguration deviceUID=\"x\"/>", rig, nullptr, &error));
-  EXPECT_EQ(error, "element 'DeviceConfiguration' holds no 'Camera' element");
-  EXPECT_FALSE(loadString("", rig, nullptr, &error));
-  EXPECT_NE(error.find("XML parse error"), std::string::npos) << error;
+TEST(MalformedFileTest, RootsAndEyePairs) {
+  expectRejected<double>("<Rig><DeviceConfiguration/></Rig>",
+                         "root element is 'Rig', expected 'DeviceConfiguration'");
+  expectRejected<double>("<DeviceConfiguration deviceUID=\"x\"/>",
+                         "element 'DeviceConfiguration' holds no 'Camera' element");
+  expectRejected<double>("", "XML parse error");
+  const char* const rightEye =
+      "  <DisplayEye side=\"right\" width=\"1280\" height=\"1280\" fx=\"612\" fy=\"612\">\n"
+      "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"-0.03 0 0\"/>\n"
+      "  </DisplayEye>\n";
+  expectRejected<double>(edited(rightEye, ""),
+                         "display eyes come in pairs, the right 'DisplayEye' is missing");
 }
 
 TEST(MalformedFileTest, FloatRangeIsChecked) {
   // Representable as a double but not as a float.
-  MalformedCase c{"FloatRange", "focal_length=\"280 280 \"", "focal_length=\"280 1e39 \"", ""};
-  FullStereoCameraCalibration<float> rig;
-  std::string error;
-  EXPECT_FALSE(loadString(edited(c), rig, nullptr, &error));
-  EXPECT_NE(error.find("attribute 'focal_length' value '1e39' is out of range"), std::string::npos)
-      << error;
+  expectRejected<float>(edited("focal_length=\"280 280 \"", "focal_length=\"280 1e39 \""),
+                        "attribute 'focal_length' value '1e39' is out of range");
 }
 
 }  // namespace

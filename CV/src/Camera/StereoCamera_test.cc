@@ -249,10 +249,11 @@ TYPED_TEST_SUITE(RigTest, Precisions);
 
 TYPED_TEST(RigTest, DefaultIdsAreAppendedUpToTheCount) {
   typename TestFixture::Rig rig;
+  EXPECT_FALSE(rig.isInitialized());
   rig.setupEmptyCalibrationWithDefaultIds(3);
   ASSERT_EQ(rig.size(), 3u);
   EXPECT_EQ(rig[2].getNameStr(), "default_cam_2");
-  EXPECT_FALSE(rig[1].isInitialized());
+  EXPECT_FALSE(rig.isInitialized());
   rig.setupEmptyCalibrationWithDefaultIds(2);
   EXPECT_EQ(rig.size(), 3u);
   rig.setupEmptyCalibrationWithDefaultIds(4);
@@ -292,6 +293,7 @@ TYPED_TEST(RigTest, SelectCamerasKeepsTheRigOrder) {
 
 TYPED_TEST(RigTest, LookupById) {
   auto rig = TestFixture::makeRig({"left", "right"});
+  EXPECT_TRUE(rig.isInitialized());
   const auto& constRig = rig;
   LogCapture log;
   EXPECT_EQ(&constRig[CamImageId("right")], &rig[1]);
@@ -348,14 +350,6 @@ TYPED_TEST(RigTest, TrySetupEmptyCalibration) {
                                 "FullCamera<PREC> & cam){ return cam.getCamId() == camId; }) != "
                                 "this->end() "),
             2u);
-}
-
-TYPED_TEST(RigTest, IsInitialized) {
-  EXPECT_FALSE(typename TestFixture::Rig().isInitialized());
-  auto rig = TestFixture::makeRig({"left", "right"});
-  EXPECT_TRUE(rig.isInitialized());
-  rig.setupEmptyCalibrationWithDefaultIds(3);
-  EXPECT_FALSE(rig.isInitialized());
 }
 
 }  // namespace
