@@ -32,9 +32,9 @@ struct Setup {
       : lens(VSTTest::realisticLenses()[size_t(lensIndex)]),
         device(VSTTest::makeDevice(lens)),
         left(VSTTest::makeDisplay(int32_t(eyeSize), int32_t(eyeSize), eyeSize * 0.5, eyeSize * 0.5,
-                                  {-0.032, 0.0, 0.01}, 0.0)),
+                                  VSTTest::Vec3d(-0.032, 0.0, 0.01), 0.0)),
         right(VSTTest::makeDisplay(int32_t(eyeSize), int32_t(eyeSize), eyeSize * 0.5, eyeSize * 0.5,
-                                   {0.032, 0.0, 0.01}, 0.0)) {}
+                                   VSTTest::Vec3d(0.032, 0.0, 0.01), 0.0)) {}
 };
 
 /// The whole entry point: record conversion, camera set-up, eye calibration

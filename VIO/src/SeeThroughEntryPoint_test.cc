@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "AR/CV/Camera/Hermite.h"
-#include "AR/CV/Camera/StereoCamera.h"
 #include "DeviceCalibration.h"
 #include "LogCapture.h"
 #include "StereoRectifyWrapper.h"
@@ -18,66 +16,51 @@ namespace {
 
 using VSTTest::LensCase;
 
-constexpr char kFunction[] =
-    "bool CreateFixedPlaneVSTMaps(const DeviceCalibrationMRV *, const CameraCalibrationMRV *, "
-    "const CameraCalibrationMRV *, float, uint32_t, float *, uint32_t, float *, uint32_t, float *, "
-    "uint32_t, float *, uint32_t)";
-
-/// The text of a failed contract check of the entry point as the log shows it.
+/// A failed check of the entry point as the log shows it.
 std::string assertLine(const std::string& condition, int line) {
-  return "AR ERROR: AR_ASSERT " + condition + " VIO/src/StereoRectifyWrapper(" + std::to_string(line) +
-         ") " + std::string(kFunction).substr(0, 100) + "\n";
+  return "AR ERROR: AR_ASSERT " + condition + " VIO/src/StereoRectifyWrapper(" + std::to_string(line) + ") " +
+         std::string("bool CreateFixedPlaneVSTMaps(const DeviceCalibrationMRV *, const CameraCalibrationMRV *, "
+                     "const CameraCalibrationMRV *, float, uint32_t, float *, uint32_t, float *, uint32_t, float *, "
+                     "uint32_t, float *, uint32_t)")
+             .substr(0, 100) +
+         "\n";
 }
 
-const std::string kSizeCondition =
+const std::string kSizeCheck = assertLine(
     "mapLeftX_size==map_buffer_size && mapLeftY_size==map_buffer_size && "
-    "mapRightX_size==map_buffer_size && mapRightY_size==map_buffer_size";
+    "mapRightX_size==map_buffer_size && mapRightY_size==map_buffer_size",
+    203);
 
-constexpr float kCanary = 12345.0f;
-
-/// Four caller buffers with a guard zone of canaries behind each.
+/// Left X, left Y, right X, right Y, each followed by canaries that no call
+/// may touch.
 struct Buffers {
-  static constexpr size_t kGuard = 16;
   std::vector<float> data[4];
   uint32_t sizes[4];
-
   explicit Buffers(uint32_t n) : Buffers(n, n, n, n) {}
   Buffers(uint32_t lx, uint32_t ly, uint32_t rx, uint32_t ry) : sizes{lx, ly, rx, ry} {
-    for (int i = 0; i < 4; ++i) data[i].assign(sizes[i] + kGuard, kCanary);
+    for (int i = 0; i < 4; ++i) data[i].assign(sizes[i] + 16, 12345.0f);
   }
   float* ptr(int i) { return data[i].data(); }
-  bool guardIntact(int i) const {
-    for (size_t j = sizes[i]; j < data[i].size(); ++j)
-      if (data[i][j] != kCanary) return false;
-    return true;
-  }
-  bool untouched(int i) const {
-    return std::all_of(data[i].begin(), data[i].end(), [](float v) { return v == kCanary; });
+  bool canariesFrom(int i, size_t from) const {
+    return std::all_of(data[i].begin() + long(from), data[i].end(), [](float v) { return v == 12345.0f; });
   }
 };
 
-bool callVST(const DeviceCalibrationMRV* device, const CameraCalibrationMRV* left,
-             const CameraCalibrationMRV* right, float depth, uint32_t allow, Buffers& b) {
-  return CreateFixedPlaneVSTMaps(device, left, right, depth, allow, b.ptr(0), b.sizes[0], b.ptr(1),
-                                 b.sizes[1], b.ptr(2), b.sizes[2], b.ptr(3), b.sizes[3]);
-}
-
-/// A pair of display eyes 6.4 cm apart, a little in front of the cameras'
-/// plane and slightly rolled, wider than the cameras in places so that some
-/// pixels have no source.
-struct Displays {
+/// A device and two display eyes 6.4 cm apart, slightly rolled.
+struct Scene {
+  DeviceCalibrationMRV device;
   CameraCalibrationMRV left, right;
-  Displays(int32_t w, int32_t h, int32_t rw, int32_t rh, double f = 70.0)
-      : left(VSTTest::makeDisplay(w, h, f, f * 1.02, {-0.032, 0.0, 0.01}, 0.02)),
-        right(VSTTest::makeDisplay(rw, rh, f * 0.98, f, {0.032, 0.0, 0.01}, -0.015)) {}
+  Scene(const LensCase& lens, int32_t w, int32_t h, int32_t rw, int32_t rh)
+      : device(VSTTest::makeDevice(lens)),
+        left(VSTTest::makeDisplay(w, h, 70.0, 71.4, VSTTest::Vec3d(-0.032, 0.0, 0.01), 0.02)),
+        right(VSTTest::makeDisplay(rw, rh, 68.6, 70.0, VSTTest::Vec3d(0.032, 0.0, 0.01), -0.015)) {}
+  bool call(Buffers& b, float depth = 1.0f) const {
+    return CreateFixedPlaneVSTMaps(&device, &left, &right, depth, 0, b.ptr(0), b.sizes[0], b.ptr(1), b.sizes[1],
+                                   b.ptr(2), b.sizes[2], b.ptr(3), b.sizes[3]);
+  }
 };
 
-/// Largest error of the tracking camera's distortion spline at its own test
-/// points: the error its fit reported.
-float reportedSplineError(const AR::CV::Camera<float>& camera) {
-  AR::CV::DistortFn<CamModel::CameraModel<float>> fn(camera.getCamModel());
-  return camera.getDistortionSpline().testAccuracy(fn);
-}
+const LensCase kLens = VSTTest::realisticLenses()[2];
 
 }  // namespace
 
@@ -89,256 +72,161 @@ namespace {
 
 class SeeThroughLens : public testing::TestWithParam<LensCase> {};
 
-// For every display pixel the map must give the camera pixel of the point
-// where the eye ray meets the plane, computed here from the raw records with
-// a closed-form lens; entries without a source are exactly -1.0 and occur
-// only where the closed form finds none (up to the borders' tolerance).
+// Every entry is the camera pixel of the point where the eye ray meets the
+// plane, computed from the raw records with a closed-form lens, within the
+// spline's reported error; entries without a source are exactly -1.0 and
+// occur only where the closed form finds none (or at a border).
 TEST_P(SeeThroughLens, EveryEntryShowsThePlanePointSeenThroughThatPixel) {
-  const LensCase lens = GetParam();
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(lens);
-  const Displays eyes(96, 80, 96, 80);
-  const float depth = 1.5f;
-
-  // The library's own conversion of the cameras, only for the spline's
-  // reported error and the valid distortion range.
-  AR::CV::FullStereoCameraCalibration<float> rig;
+  const Scene scene(GetParam(), 96, 80, 96, 80);
+  AR::CV::FullStereoCameraCalibration<float> rig;  // for the splines' reported error and range
   DeviceFrameParams frame{};
-  ASSERT_TRUE(VIO::deviceToStereoCalibration(&device, rig, frame));
-
+  ASSERT_TRUE(VIO::deviceToStereoCalibration(&scene.device, rig, frame));
   Buffers b(96 * 80);
-  ASSERT_TRUE(callVST(&device, &eyes.left, &eyes.right, depth, 0, b));
-
+  ASSERT_TRUE(scene.call(b, 1.5f));
   for (int e = 0; e < 2; ++e) {
-    const CameraCalibrationMRV& eye = e == 0 ? eyes.left : eyes.right;
-    const CameraCalibrationMRV& cam = device.cameras[e];
+    const CameraCalibrationMRV& cam = scene.device.cameras[e];
     const AR::CV::Camera<float>& camera = rig[size_t(e)].getIntrinsics();
-    const double splineErr = reportedSplineError(camera);
+    const double splineErr = camera.getDistortionSpline().testAccuracy(
+        AR::CV::DistortFn<CamModel::CameraModel<float>>(camera.getCamModel()));
     const double maxRSq = camera.getCamModel().maxValidDistortionRSq;
-    const float* mapX = b.ptr(2 * e);
-    const float* mapY = b.ptr(2 * e + 1);
-    int valid = 0, invalid = 0;
-    for (int y = 0; y < eye.height; ++y) {
-      for (int x = 0; x < eye.width; ++x) {
-        const size_t i = size_t(x) + size_t(eye.width) * size_t(y);
-        double sx = 0, sy = 0, rSq = 0;
-        const bool projects = VSTTest::expectedSeeThrough(eye, cam, depth, x, y, sx, sy, rSq);
-        const double tol = 2e-3 + std::max(cam.fx, cam.fy) * std::sqrt(rSq) * splineErr * 1.01;
-        const bool inRange = projects && rSq < maxRSq;
-        const bool inside = inRange && sx >= 0 && sx < 640 && sy >= 0 && sy < 480;
-        const bool nearEdge = projects && (std::fabs(rSq - maxRSq) < 1e-3 * maxRSq ||
-                                           std::fabs(sx) < tol || std::fabs(sx - 640) < tol ||
-                                           std::fabs(sy) < tol || std::fabs(sy - 480) < tol);
-        const bool mapped = !(mapX[i] == -1.0f && mapY[i] == -1.0f);
-        if (mapped) {
-          ++valid;
-          ASSERT_TRUE(inside || nearEdge) << lens.name << " eye " << e << " (" << x << "," << y << ")";
-          EXPECT_NEAR(mapX[i], sx, tol) << lens.name << " eye " << e << " (" << x << "," << y << ")";
-          EXPECT_NEAR(mapY[i], sy, tol) << lens.name << " eye " << e << " (" << x << "," << y << ")";
-        } else {
-          ++invalid;
-          ASSERT_TRUE(!inside || nearEdge) << lens.name << " eye " << e << " (" << x << "," << y << ")";
-          EXPECT_EQ(mapX[i], -1.0f);
-          EXPECT_EQ(mapY[i], -1.0f);
-        }
+    int valid = 0;
+    for (size_t i = 0; i < 96 * 80; ++i) {
+      double sx = 0, sy = 0, rSq = 0;
+      const bool projects = VSTTest::expectedSeeThrough(e ? scene.right : scene.left, cam, 1.5, int(i % 96),
+                                                        int(i / 96), sx, sy, rSq);
+      const double tol = 2e-3 + std::max(cam.fx, cam.fy) * std::sqrt(rSq) * splineErr * 1.01;
+      const bool inside = projects && rSq < maxRSq && sx >= 0 && sx < 640 && sy >= 0 && sy < 480;
+      const bool nearEdge = projects && (std::fabs(rSq - maxRSq) < 1e-3 * maxRSq ||
+                                         std::min({std::fabs(sx), std::fabs(sx - 640), std::fabs(sy),
+                                                   std::fabs(sy - 480)}) < tol);
+      const float mx = b.data[2 * e][i], my = b.data[2 * e + 1][i];
+      if (mx == -1.0f && my == -1.0f) {
+        ASSERT_TRUE(!inside || nearEdge) << "eye " << e << " pixel " << i;
+        continue;
       }
+      ++valid;
+      ASSERT_TRUE(inside || nearEdge) << "eye " << e << " pixel " << i;
+      ASSERT_NEAR(mx, sx, tol) << "eye " << e << " pixel " << i;
+      ASSERT_NEAR(my, sy, tol) << "eye " << e << " pixel " << i;
     }
-    EXPECT_GT(valid, 96 * 80 / 2) << lens.name << " eye " << e;
-    EXPECT_TRUE(b.guardIntact(2 * e) && b.guardIntact(2 * e + 1));
-    (void)invalid;
+    EXPECT_GT(valid, 96 * 80 / 2) << "eye " << e;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(LensModels, SeeThroughLens, testing::ValuesIn(VSTTest::realisticLenses()),
                          [](const testing::TestParamInfo<LensCase>& info) { return info.param.name; });
 
-const LensCase kLens = VSTTest::realisticLenses()[2];
-
-// With allowOutOfImage the entries inside the image are the same and the
-// others hold coordinates outside the image. Without distortion the whole
-// plane is in the valid range, so eyes wider than the cameras see past them.
-TEST(CreateFixedPlaneVSTMaps, AllowOutOfImageOnlyAddsEntriesOutsideTheImage) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(VSTTest::realisticLenses()[0]);
-  const Displays eyes(64, 48, 64, 48, 20.0);
-  Buffers strict(64 * 48), loose(64 * 48);
-  callVST(&device, &eyes.left, &eyes.right, 2.0f, 0, strict);
-  callVST(&device, &eyes.left, &eyes.right, 2.0f, 1, loose);
-  int added = 0;
-  for (int m = 0; m < 4; m += 2) {
-    for (size_t i = 0; i < 64 * 48; ++i) {
-      const float sx = loose.data[m][i], sy = loose.data[m + 1][i];
-      if (strict.data[m][i] != -1.0f || strict.data[m + 1][i] != -1.0f) {
-        EXPECT_EQ(strict.data[m][i], sx);
-        EXPECT_EQ(strict.data[m + 1][i], sy);
-      } else if (!(sx == -1.0f && sy == -1.0f)) {
-        ++added;
-        EXPECT_TRUE(sx < 0 || sx >= 640 || sy < 0 || sy >= 480) << i;
-      }
-    }
-  }
-  EXPECT_GT(added, 0);
-}
-
+// All four buffers are checked against, and filled at, the left display's
+// size, while the right maps follow the right eye's own geometry.
 TEST(CreateFixedPlaneVSTMaps, AllMapsTakeTheLeftDisplaysSize) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(80, 60, 112, 72);
+  const Scene larger(kLens, 80, 60, 112, 72);
   AR::Test::LogCapture log;
   Buffers b(80 * 60);
-  EXPECT_TRUE(callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, b));
-  // The buffers match the left display: no size message.
-  EXPECT_EQ(log.countContaining(kSizeCondition), 0u);
-  // The right eye's builder reports that its maps are not of its size.
-  EXPECT_EQ(log.countContaining("mapXY[0].size() == size"), 1u);
-  EXPECT_EQ(log.countContaining("mapXY[1].size() == size"), 1u);
-  for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.guardIntact(i)) << i;
-
-  // The right maps hold the right eye's pixels (0..79, 0..59) of its own
-  // geometry: centred on its own image, not on the left one's.
+  EXPECT_TRUE(larger.call(b));
+  EXPECT_FALSE(log.has(kSizeCheck));
+  EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[0].size() == size "), 1u);  // the right eye's builder
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.canariesFrom(i, 80 * 60)) << i;
   int checked = 0;
   for (int y = 0; y < 60; y += 3)
     for (int x = 0; x < 80; x += 3) {
-      const size_t i = size_t(x) + 80 * size_t(y);
-      if (b.data[2][i] == -1.0f) continue;
+      const size_t i = size_t(x + 80 * y);
       double sx, sy, rSq;
-      ASSERT_TRUE(VSTTest::expectedSeeThrough(eyes.right, device.cameras[1], 1.0, x, y, sx, sy, rSq));
+      if (b.data[2][i] == -1.0f ||
+          !VSTTest::expectedSeeThrough(larger.right, larger.device.cameras[1], 1.0, x, y, sx, sy, rSq))
+        continue;
       EXPECT_NEAR(b.data[2][i], sx, 0.05);
       EXPECT_NEAR(b.data[3][i], sy, 0.05);
       ++checked;
     }
   EXPECT_GT(checked, 100);
 
-  // A smaller right display leaves the rest of the right maps at -1.0.
-  const Displays small(80, 60, 40, 30);
-  Buffers c(80 * 60);
-  callVST(&device, &small.left, &small.right, 1.0f, 0, c);
+  const Scene smaller(kLens, 80, 60, 40, 30);  // the rest of the right maps stays -1.0
+  smaller.call(b);
   for (int y = 0; y < 60; ++y)
-    for (int x = 40; x < 80; ++x) EXPECT_EQ(c.data[2][size_t(x) + 80 * size_t(y)], -1.0f);
+    for (int x = 40; x < 80; ++x) EXPECT_EQ(b.data[2][size_t(x + 80 * y)], -1.0f);
 }
 
-TEST(CreateFixedPlaneVSTMaps, WrongBufferSizesAreLoggedAndNeverOverrun) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(40, 30, 40, 30);
+// Each buffer gets the first min(size, map) floats of the row-major map and
+// nothing beyond its declared size; unusable display sizes give empty maps
+// (and no undefined conversion).
+TEST(CreateFixedPlaneVSTMaps, WrongSizesAreLoggedAndNeverOverrun) {
+  const Scene scene(kLens, 40, 30, 40, 30);
   const uint32_t n = 40 * 30;
-  Buffers reference(n);
-  callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, reference);
-
-  // One row short, one float short, exact, and larger than needed.
+  Buffers reference(n), b(n - 40, n - 1, n, n + 7);
+  scene.call(reference);
   AR::Test::LogCapture log;
-  Buffers b(n - 40, n - 1, n, n + 7);
-  EXPECT_TRUE(callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, b));
-  EXPECT_TRUE(log.has(assertLine(kSizeCondition, 203)));
+  EXPECT_TRUE(scene.call(b));
+  EXPECT_TRUE(log.has(kSizeCheck));
   for (int i = 0; i < 4; ++i) {
-    EXPECT_TRUE(b.guardIntact(i)) << i;
     const size_t written = std::min<size_t>(b.sizes[i], n);
-    for (size_t j = 0; j < written; ++j) ASSERT_EQ(b.data[i][j], reference.data[i][j]) << i << " " << j;
-    for (size_t j = written; j < b.sizes[i]; ++j) ASSERT_EQ(b.data[i][j], kCanary) << i << " " << j;
+    EXPECT_TRUE(std::equal(b.data[i].begin(), b.data[i].begin() + long(written), reference.data[i].begin())) << i;
+    EXPECT_TRUE(b.canariesFrom(i, written)) << i;
+  }
+  for (int32_t width : {-5, 0, INT32_MAX}) {
+    const Scene bad(kLens, width, 30, width, 30);
+    Buffers c(8);
+    log.clear();
+    EXPECT_TRUE(bad.call(c));
+    EXPECT_TRUE(log.has(kSizeCheck)) << width;
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(c.canariesFrom(i, 0)) << width << " " << i;
   }
 }
 
-TEST(CreateFixedPlaneVSTMaps, NullMapsAreReportedAndOnlySkipped) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(40, 30, 40, 30);
+// A null map is reported and only that map is skipped; a missing record ends
+// the call after the checks; a camera count other than 2 and a rejected
+// tracking camera are reported and the call goes on.
+TEST(CreateFixedPlaneVSTMaps, ArgumentChecksAreReportedAndOnlySkipWhatIsMissing) {
+  Scene scene(kLens, 40, 30, 40, 30);
   const uint32_t n = 40 * 30;
   Buffers reference(n);
-  callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, reference);
+  scene.call(reference);
   for (int missing = 0; missing < 4; ++missing) {
     AR::Test::LogCapture log;
     Buffers b(n);
     float* p[4] = {b.ptr(0), b.ptr(1), b.ptr(2), b.ptr(3)};
     p[missing] = nullptr;
-    EXPECT_TRUE(CreateFixedPlaneVSTMaps(&device, &eyes.left, &eyes.right, 1.0f, 0, p[0], n, p[1], n, p[2],
-                                        n, p[3], n));
+    EXPECT_TRUE(CreateFixedPlaneVSTMaps(&scene.device, &scene.left, &scene.right, 1.0f, 0, p[0], n, p[1], n,
+                                        p[2], n, p[3], n));
     EXPECT_TRUE(log.has(assertLine(
         "mapLeftX != nullptr && mapLeftY != nullptr && mapRightX != nullptr && mapRightY != nullptr", 181)));
     EXPECT_EQ(log.countContaining("AR_ASSERT"), 1u);
-    for (int i = 0; i < 4; ++i) {
-      if (i == missing) {
-        EXPECT_TRUE(b.untouched(i));
-        continue;
-      }
-      EXPECT_TRUE(std::equal(b.data[i].begin(), b.data[i].begin() + n, reference.data[i].begin())) << i;
-    }
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(b.data[i], (i == missing ? Buffers(n) : reference).data[i]) << missing;
   }
-}
-
-TEST(CreateFixedPlaneVSTMaps, NullRecordsEndTheCallAfterTheChecks) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(40, 30, 40, 30);
-  const std::string recordCheck =
-      assertLine("deviceCalibration != nullptr && leftDisplay != nullptr && rightDisplay != nullptr", 182);
-  const DeviceCalibrationMRV* devices[3] = {nullptr, &device, &device};
-  const CameraCalibrationMRV* lefts[3] = {&eyes.left, nullptr, &eyes.left};
-  const CameraCalibrationMRV* rights[3] = {&eyes.right, &eyes.right, nullptr};
-  for (int c = 0; c < 3; ++c) {
+  for (int missing = 0; missing < 3; ++missing) {
     AR::Test::LogCapture log;
-    Buffers b(40 * 30);
-    EXPECT_TRUE(callVST(devices[c], lefts[c], rights[c], 1.0f, 0, b));
-    EXPECT_TRUE(log.has(recordCheck)) << c;
-    EXPECT_EQ(log.countContaining("AR_ASSERT"), 1u) << c;
-    for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.untouched(i)) << c << " " << i;
+    Buffers b(n);
+    EXPECT_TRUE(CreateFixedPlaneVSTMaps(missing == 0 ? nullptr : &scene.device, missing == 1 ? nullptr : &scene.left,
+                                        missing == 2 ? nullptr : &scene.right, 1.0f, 0, b.ptr(0), n, b.ptr(1), n,
+                                        b.ptr(2), n, b.ptr(3), n));
+    EXPECT_TRUE(log.has(assertLine(
+        "deviceCalibration != nullptr && leftDisplay != nullptr && rightDisplay != nullptr", 182)));
+    EXPECT_EQ(log.countContaining("AR_ASSERT"), 1u) << missing;
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.canariesFrom(i, 0)) << missing << " " << i;
   }
-  // Everything null: both pointer checks, nothing else.
+  scene.device.num_cameras = 3;
   AR::Test::LogCapture log;
-  EXPECT_TRUE(CreateFixedPlaneVSTMaps(nullptr, nullptr, nullptr, 1.0f, 0, nullptr, 0, nullptr, 0, nullptr, 0,
-                                      nullptr, 0));
-  EXPECT_EQ(log.countContaining("AR_ASSERT"), 2u);
-  EXPECT_TRUE(log.has(recordCheck));
-}
-
-TEST(CreateFixedPlaneVSTMaps, CameraCountOtherThanTwoIsLoggedAndCamerasZeroAndOneAreUsed) {
-  DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(40, 30, 40, 30);
-  Buffers reference(40 * 30);
-  callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, reference);
-  device.num_cameras = 3;
-  AR::Test::LogCapture log;
-  Buffers b(40 * 30);
-  EXPECT_TRUE(callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, b));
+  Buffers b(n);
+  EXPECT_TRUE(scene.call(b));
   EXPECT_TRUE(log.has(assertLine("deviceCalibration->num_cameras == 2", 183)));
   for (int i = 0; i < 4; ++i) EXPECT_EQ(b.data[i], reference.data[i]) << i;
-}
 
-TEST(CreateFixedPlaneVSTMaps, UnusableDisplaySizesGiveEmptyMapsWithoutUndefinedConversions) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  for (int32_t width : {-5, 0, INT32_MAX}) {
-    Displays eyes(40, 30, 40, 30);
-    eyes.left.width = width;
-    eyes.right.width = width;
-    AR::Test::LogCapture log;
-    Buffers b(8);
-    EXPECT_TRUE(callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, b));
-    EXPECT_TRUE(log.has(assertLine(kSizeCondition, 203))) << width;
-    for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.untouched(i)) << width << " " << i;
-  }
-}
-
-TEST(CreateFixedPlaneVSTMaps, FailedTrackingCameraIsReportedAndItsEyeGetsNoEntries) {
-  DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(40, 30, 40, 30);
-  Buffers reference(40 * 30);
-  callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, reference);
-  device.cameras[1].fx = -1.0;  // rejected by the camera model
-  AR::Test::LogCapture log;
-  Buffers b(40 * 30);
-  EXPECT_TRUE(callVST(&device, &eyes.left, &eyes.right, 1.0f, 0, b));
+  scene.device.num_cameras = 2;
+  scene.device.cameras[1].fx = -1.0;  // rejected by the camera model: reported once, not per pixel
+  log.clear();
+  EXPECT_TRUE(scene.call(b));
   EXPECT_TRUE(log.has(assertLine("ret", 187)));
-  EXPECT_EQ(log.countContaining("AR_ASSERT source.getDistortionSpline().isInit() "), 1u);
-  EXPECT_LT(log.countContaining("AR_ASSERT"), 10u);  // no report per pixel
+  EXPECT_LT(log.countContaining("AR_ASSERT"), 10u);
   EXPECT_EQ(b.data[0], reference.data[0]);
-  EXPECT_EQ(b.data[1], reference.data[1]);
-  for (int i = 2; i < 4; ++i)
-    for (size_t j = 0; j < 40 * 30; ++j) ASSERT_EQ(b.data[i][j], -1.0f);
+  EXPECT_EQ(std::count(b.data[2].begin(), b.data[2].begin() + n, -1.0f), long(n));
 }
 
 TEST(CreateFixedPlaneVSTMaps, ConcurrentCallsGiveTheSerialMaps) {
-  const DeviceCalibrationMRV device = VSTTest::makeDevice(kLens);
-  const Displays eyes(48, 40, 48, 40);
-  const uint32_t n = 48 * 40;
-  Buffers reference(n);
-  callVST(&device, &eyes.left, &eyes.right, 0.8f, 0, reference);
-  std::vector<Buffers> results(6, Buffers(n));
+  const Scene scene(kLens, 48, 40, 48, 40);
+  Buffers reference(48 * 40);
+  scene.call(reference, 0.8f);
+  std::vector<Buffers> results(6, Buffers(48 * 40));
   std::vector<std::thread> threads;
-  for (auto& r : results)
-    threads.emplace_back([&device, &eyes, &r] { callVST(&device, &eyes.left, &eyes.right, 0.8f, 0, r); });
+  for (auto& r : results) threads.emplace_back([&scene, &r] { scene.call(r, 0.8f); });
   for (auto& t : threads) t.join();
   for (const auto& r : results)
     for (int i = 0; i < 4; ++i) EXPECT_EQ(r.data[i], reference.data[i]);

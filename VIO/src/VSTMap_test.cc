@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
-#include <vector>
 
 #include "LogCapture.h"
 
@@ -13,17 +11,18 @@ namespace {
 using AR::CV::Camera;
 using AR::CV::Image;
 using AR::Math::SE3;
-using AR::Math::SO3;
-using Vec2F = AR::Math::Vector<float, 2>;
-using Vec2I = AR::Math::Vector<int, 2>;
-using Vec3F = AR::Math::Vector<float, 3>;
-using Vec6F = AR::Math::Vector<float, 6>;
+using AR::Math::Vec2F;
+using AR::Math::Vec2I;
+using AR::Math::Vec3F;
 
-Camera<float> linearCamera(float width, float height, float f, float cx, float cy) {
+Camera<float> linearCamera(float width, float height, float f) {
   Camera<float> camera;
-  EXPECT_TRUE(camera.init(Vec2F(width, height), Vec2F(f, f), Vec2F(cx, cy), Vec6F(), Vec2F(), LINEAR));
+  EXPECT_TRUE(camera.init(Vec2F(width, height), Vec2F(f, f), Vec2F(width / 2, height / 2),
+                          AR::Math::Vector<float, 6>(), Vec2F(), LINEAR));
   return camera;
 }
+
+SE3<float> shift(float x, float y, float z) { return SE3<float>(AR::Math::SO3<float>(), Vec3F(x, y, z)); }
 
 struct Maps {
   std::array<Image<float>, 2> images;
@@ -32,170 +31,127 @@ struct Maps {
   explicit Maps(Vec2I size) {
     for (auto& image : images) image.allocPixels(size, AR::Common::MEMORY_ALIGNMENT_16, false);
   }
+  void build(const Camera<float>& source, const Camera<float>& eye, bool allowOut, const SE3<float>& T,
+             float depth) {
+    VIO::setupVSTMap(source, eye, allowOut, T, view, points, depth);
+  }
   float x(int px, int py) const { return images[0].at(px, py); }
   float y(int px, int py) const { return images[1].at(px, py); }
 };
 
-SE3<float> translation(float x, float y, float z) { return SE3<float>(SO3<float>(), Vec3F(x, y, z)); }
-
-// Source 640x480 with f = 300, eye 200x160 with f = 150: without rotation
-// and distortion, a plane at depth d seen by an eye displaced by t from the
-// camera gives sx = 2 (x - 100) + 320 + 300 t.x / d (and likewise in y).
-class VSTMapParallax : public testing::Test {
+// Tracking camera 640x480 with f = 300 and an eye 200x160 with f = 150,
+// neither rotated nor distorted.
+class VSTMap : public testing::Test {
  protected:
-  Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  Camera<float> eye = linearCamera(200.0f, 160.0f, 150.0f, 100.0f, 80.0f);
+  const Camera<float> kSource = linearCamera(640.0f, 480.0f, 300.0f);
+  const Camera<float> kEye = linearCamera(200.0f, 160.0f, 150.0f);
+  const Camera<float> kSmallEye = linearCamera(40.0f, 30.0f, 30.0f);
 };
 
-TEST_F(VSTMapParallax, ShiftIsInverselyProportionalToPlaneDepth) {
-  const SE3<float> eyeToCamera = translation(0.03f, -0.01f, 0.0f);
-  const float depths[] = {0.25f, 0.5f, 1.0f, 2.0f, 8.0f};
-  float previousShift = INFINITY;
-  for (float depth : depths) {
+// An eye displaced by t from the camera sees the plane at depth d at
+// sx = 2 (x - 100) + 320 + 300 t.x / d (likewise in y): nearer planes shift
+// more. The scratch images hold the plane points.
+TEST_F(VSTMap, ParallaxShiftIsInverselyProportionalToPlaneDepth) {
+  for (float depth : {0.25f, 1.0f, 8.0f}) {
     Maps maps(Vec2I(200, 160));
-    VIO::setupVSTMap(source, eye, false, eyeToCamera, maps.view, maps.points, depth);
-    const float shiftX = 300.0f * 0.03f / depth;
-    const float shiftY = 300.0f * -0.01f / depth;
+    AR::Test::LogCapture log;
+    maps.build(kSource, kEye, false, shift(0.03f, -0.01f, 0.0f), depth);
+    EXPECT_TRUE(log.has("AR DEBUG: setupVSTMap::targetSize(200.000000,160.000000)\n"));
     for (int y = 0; y < 160; y += 7)
       for (int x = 0; x < 200; x += 7) {
-        ASSERT_NEAR(maps.x(x, y), 2.0f * float(x - 100) + 320.0f + shiftX, 2e-3f) << depth;
-        ASSERT_NEAR(maps.y(x, y), 2.0f * float(y - 80) + 240.0f + shiftY, 2e-3f) << depth;
+        ASSERT_NEAR(maps.x(x, y), 2.0f * float(x - 100) + 320.0f + 9.0f / depth, 2e-3f) << depth;
+        ASSERT_NEAR(maps.y(x, y), 2.0f * float(y - 80) + 240.0f - 3.0f / depth, 2e-3f) << depth;
+        EXPECT_NEAR(maps.points[0].at(x, y), float(x - 100) / 150.0f * depth, 1e-5f * depth);
+        EXPECT_NEAR(maps.points[1].at(x, y), float(y - 80) / 150.0f * depth, 1e-5f * depth);
+        EXPECT_EQ(maps.points[2].at(x, y), depth);
       }
-    // Nearer planes shift the map further from where infinity would be.
-    EXPECT_LT(shiftX, previousShift);
-    previousShift = shiftX;
   }
 }
 
-TEST_F(VSTMapParallax, PointsHoldThePlanePoints) {
-  Maps maps(Vec2I(200, 160));
-  VIO::setupVSTMap(source, eye, false, translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 2.5f);
-  for (const auto& image : maps.points) EXPECT_EQ(image.size(), Vec2I(200, 160));
-  for (int y = 0; y < 160; y += 5)
-    for (int x = 0; x < 200; x += 5) {
-      EXPECT_NEAR(maps.points[0].at(x, y), float(x - 100) / 150.0f * 2.5f, 1e-5f);
-      EXPECT_NEAR(maps.points[1].at(x, y), float(y - 80) / 150.0f * 2.5f, 1e-5f);
-      EXPECT_EQ(maps.points[2].at(x, y), 2.5f);
-    }
+// A source outside the camera image is -1.0 unless allowOutOfImage keeps it.
+TEST_F(VSTMap, AllowOutOfImageKeepsSourcesOutsideTheImage) {
+  const Camera<float> wideEye = linearCamera(400.0f, 300.0f, 150.0f);  // sx = 2 (x - 200) + 320
+  for (bool allowOut : {false, true}) {
+    Maps maps(Vec2I(400, 300));
+    maps.build(kSource, wideEye, allowOut, shift(0.0f, 0.0f, 0.0f), 1.0f);
+    EXPECT_NEAR(maps.x(100, 150), 120.0f, 1e-3f);
+    EXPECT_NEAR(maps.x(10, 150), allowOut ? -60.0f : -1.0f, 1e-3f);
+    EXPECT_NEAR(maps.x(370, 150), allowOut ? 660.0f : -1.0f, 1e-3f);
+    EXPECT_NEAR(maps.y(200, 299), allowOut ? 538.0f : -1.0f, 1e-3f);
+  }
 }
 
-TEST(VSTMap, PixelsThatCannotBeUnprojectedKeepMinusOneEverywhere) {
-  // With f = 10 the corners lie beyond the valid radius of 9 focal lengths.
-  const Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  const Camera<float> eye = linearCamera(300.0f, 240.0f, 10.0f, 150.0f, 120.0f);
+// With f = 10 the eye's corners lie beyond the valid radius of 9: each such
+// pixel is reported and keeps -1.0 in the maps and in the (reallocated)
+// scratch images.
+TEST_F(VSTMap, PixelsThatCannotBeUnprojectedKeepMinusOne) {
+  const Camera<float> wideEye = linearCamera(300.0f, 240.0f, 10.0f);
   Maps maps(Vec2I(300, 240));
-  // Scratch images of another size are reallocated to the eye's size.
   for (auto& image : maps.points) image.allocPixels(Vec2I(7, 3), AR::Common::MEMORY_ALIGNMENT_16, false);
   AR::Test::LogCapture log;
-  VIO::setupVSTMap(source, eye, true, translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 1.0f);
+  maps.build(kSource, wideEye, true, shift(0.0f, 0.0f, 0.0f), 1.0f);
   size_t none = 0;
   for (int y = 0; y < 240; ++y)
     for (int x = 0; x < 300; ++x) {
       const float dx = float(x - 150) / 10.0f, dy = float(y - 120) / 10.0f;
-      const bool unprojects = dx * dx + dy * dy < 81.0f;
-      if (unprojects) {
-        EXPECT_EQ(maps.points[2].at(x, y), 1.0f);
-        continue;
-      }
+      if (dx * dx + dy * dy < 81.0f) continue;
       ++none;
-      for (const auto& image : maps.points) EXPECT_EQ(image.at(x, y), -1.0f);
-      EXPECT_EQ(maps.x(x, y), -1.0f);
-      EXPECT_EQ(maps.y(x, y), -1.0f);
+      for (const auto& image : maps.points) ASSERT_EQ(image.at(x, y), -1.0f);
+      ASSERT_EQ(maps.x(x, y), -1.0f);
+      ASSERT_EQ(maps.y(x, y), -1.0f);
     }
   EXPECT_GT(none, 0u);
   EXPECT_EQ(log.countContaining("AR_ASSERT success VIO/src/StereoRectify("), none);
 }
 
-TEST(VSTMap, PlanePointsBehindTheCameraHaveNoSource) {
-  const Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  const Camera<float> eye = linearCamera(40.0f, 30.0f, 30.0f, 20.0f, 15.0f);
-  // The camera looks the other way (rotated by pi about y).
-  const SE3<float> backwards =
-      SE3<float>::exp(AR::Math::Vector<float, 6>(0.0f, 0.0f, 0.0f, 0.0f, AR_PI, 0.0f));
+// Plane points behind the camera, or less than 0.01 in front of it, have no
+// source; a little further away they project.
+TEST_F(VSTMap, PointsCloserThanOneCentimetreHaveNoSource) {
   Maps maps(Vec2I(40, 30));
-  VIO::setupVSTMap(source, eye, true, backwards, maps.view, maps.points, 1.0f);
+  maps.build(kSource, kSmallEye, true, SE3<float>::exp(AR::Math::Vector<float, 6>(0, 0, 0, 0, AR_PI, 0)), 1.0f);
   for (int y = 0; y < 30; ++y)
-    for (int x = 0; x < 40; ++x) {
-      EXPECT_EQ(maps.x(x, y), -1.0f);
-      EXPECT_EQ(maps.y(x, y), -1.0f);
-      EXPECT_EQ(maps.points[2].at(x, y), 1.0f);  // the plane point itself exists
-    }
-  // A plane point closer than 0.01 in front of the camera is skipped too; a
-  // little further away it projects. (Offsets exact in float.)
-  const Camera<float> narrow = linearCamera(4.0f, 4.0f, 400.0f, 2.0f, 2.0f);
-  Maps close(Vec2I(4, 4));
-  VIO::setupVSTMap(source, narrow, true, translation(0.0f, 0.0f, -0.4921875f), close.view, close.points,
-                   0.5f);  // 0.0078125 in front
-  EXPECT_EQ(close.x(2, 2), -1.0f);
-  VIO::setupVSTMap(source, narrow, true, translation(0.0f, 0.0f, -0.484375f), close.view, close.points,
-                   0.5f);  // 0.015625 in front
-  EXPECT_NEAR(close.x(2, 2), 320.0f, 1e-3f);
+    for (int x = 0; x < 40; ++x) ASSERT_EQ(maps.x(x, y), -1.0f);
+  EXPECT_EQ(maps.points[2].at(5, 5), 1.0f);  // the plane point itself exists
+
+  // Offsets exact in float: 0.0078125 and 0.015625 in front of the camera.
+  maps.build(kSource, kSmallEye, true, shift(0.0f, 0.0f, -0.9921875f), 1.0f);
+  EXPECT_EQ(maps.x(20, 15), -1.0f);
+  maps.build(kSource, kSmallEye, true, shift(0.0f, 0.0f, -0.984375f), 1.0f);
+  EXPECT_NEAR(maps.x(20, 15), 320.0f, 1e-3f);
 }
 
-TEST(VSTMap, BadPlaneDepthsAreReportedAndDefined) {
-  const Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  const Camera<float> eye = linearCamera(6.0f, 4.0f, 30.0f, 3.0f, 2.0f);
-  for (float depth : {0.0f, -1.0f, NAN}) {
-    Maps maps(Vec2I(6, 4));
-    AR::Test::LogCapture log;
-    VIO::setupVSTMap(source, eye, false, translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, depth);
-    EXPECT_EQ(log.countContaining("AR_ASSERT depth>0 "), 24u) << depth;
-    // Points at or behind the eye (or undefined) never reach the camera.
-    for (int y = 0; y < 4; ++y)
-      for (int x = 0; x < 6; ++x) EXPECT_EQ(maps.x(x, y), -1.0f) << depth;
-  }
-}
-
-TEST(VSTMap, ViewMismatchesAreReportedAndWritesStayInside) {
-  const Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  const Camera<float> eye = linearCamera(40.0f, 30.0f, 30.0f, 20.0f, 15.0f);
+// Maps of the wrong count or size are reported and written only where they
+// have pixels; an uninitialised camera is reported once and gives no entries.
+TEST_F(VSTMap, MismatchedMapsAndUninitialisedCamerasAreReported) {
   {
-    Maps maps(Vec2I(20, 50));  // narrower and taller than the eye
+    Maps maps(Vec2I(20, 50));
     AR::Test::LogCapture log;
-    VIO::setupVSTMap(source, eye, false, translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 1.0f);
+    maps.build(kSource, kSmallEye, false, shift(0.0f, 0.0f, 0.0f), 1.0f);
     EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[0].size() == size "), 1u);
     EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[1].size() == size "), 1u);
     EXPECT_NEAR(maps.x(19, 29), 10.0f * (19 - 20) + 320.0f, 1e-3f);
-    EXPECT_EQ(maps.x(5, 30), -1.0f);  // rows the eye does not have
+    EXPECT_EQ(maps.x(5, 30), -1.0f);
   }
   {
-    std::array<Image<float>, 1> one;
-    one[0].allocPixels(Vec2I(40, 30), AR::Common::MEMORY_ALIGNMENT_16, false);
-    AR::Common::ArrayView<Image<float>> view(one);
-    std::array<Image<float>, 3> points;
+    Maps maps(Vec2I(40, 30));
+    maps.view = AR::Common::ArrayView<Image<float>>(maps.images.data(), 1);
     AR::Test::LogCapture log;
-    VIO::setupVSTMap(source, eye, false, translation(0.0f, 0.0f, 0.0f), view, points, 1.0f);
+    maps.build(kSource, kSmallEye, false, shift(0.0f, 0.0f, 0.0f), 1.0f);
     EXPECT_EQ(log.countContaining("AR_ASSERT mapXY.size() == 2 "), 1u);
     EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[1].size() == size "), 1u);
-    EXPECT_NEAR(one[0].at(39, 29), 10.0f * 19 + 320.0f, 1e-3f);
+    EXPECT_NEAR(maps.x(39, 29), 10.0f * 19 + 320.0f, 1e-3f);
   }
-}
-
-TEST(VSTMap, UninitialisedCamerasAreReportedOnceAndGiveNoEntries) {
-  const Camera<float> ready = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  const Camera<float> eye = linearCamera(40.0f, 30.0f, 30.0f, 20.0f, 15.0f);
   const Camera<float> unfitted;
-  for (int which = 0; which < 2; ++which) {
+  for (bool sourceFails : {true, false}) {
     Maps maps(Vec2I(40, 30));
     AR::Test::LogCapture log;
-    VIO::setupVSTMap(which == 0 ? unfitted : ready, which == 1 ? unfitted : eye, false,
-                     translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 1.0f);
-    EXPECT_EQ(log.countContaining(which == 0 ? "AR_ASSERT source.getDistortionSpline().isInit() "
-                                             : "AR_ASSERT target.getUndistortionSpline().isInit() "),
+    maps.build(sourceFails ? unfitted : kSource, sourceFails ? kSmallEye : unfitted, false, shift(0, 0, 0), 1.0f);
+    EXPECT_EQ(log.countContaining(sourceFails ? "AR_ASSERT source.getDistortionSpline().isInit() "
+                                              : "AR_ASSERT target.getUndistortionSpline().isInit() "),
               1u);
     EXPECT_LT(log.countContaining("AR_ASSERT"), 5u);
-    for (int y = 0; y < 30; ++y)
-      for (int x = 0; x < 40; ++x) EXPECT_EQ(maps.x(x, y), -1.0f);
+    EXPECT_EQ(maps.x(20, 15), -1.0f);
   }
-}
-
-TEST(VSTMap, LogsTheTargetSizeAtDebug) {
-  const Camera<float> source = linearCamera(640.0f, 480.0f, 300.0f, 320.0f, 240.0f);
-  const Camera<float> eye = linearCamera(6.0f, 4.0f, 30.0f, 3.0f, 2.0f);
-  Maps maps(Vec2I(6, 4));
-  AR::Test::LogCapture log;
-  VIO::setupVSTMap(source, eye, false, translation(0.0f, 0.0f, 0.0f), maps.view, maps.points, 1.0f);
-  EXPECT_TRUE(log.has("AR DEBUG: setupVSTMap::targetSize(6.000000,4.000000)\n"));
 }
 
 }  // namespace
