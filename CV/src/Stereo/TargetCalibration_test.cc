@@ -72,17 +72,6 @@ TYPED_TEST(TargetTest, AlreadyRectifiedRigKeepsItsFrame) {
   EXPECT_EQ(target.depth.offsetX, T(0));
 }
 
-TEST(MakeTargetCalibration, FittedDepthRangeScalesFxAndShiftsTheRightPrincipalPoint) {
-  const auto target = makeTarget<float>(parallelRig<float>(), 1.0f);
-  const auto& left = target.calibration[0].getIntrinsics().getCamModel();
-  const auto& right = target.calibration[1].getIntrinsics().getCamModel();
-  EXPECT_NEAR(target.depth.offsetX, 64.0f / 9.0f, 1e-5f);
-  EXPECT_NEAR(target.depth.constant, left.focalLength(0) * 0.1f, 1e-3f);  // baseline * fx
-  EXPECT_NEAR(left.focalLength(1), 400.0f, 1e-3f);
-  EXPECT_EQ(left.principalPoint(0), 320.0f);
-  EXPECT_EQ(right.principalPoint(0), 320.0f + target.depth.offsetX);
-}
-
 TEST(MakeTargetCalibration, TargetWidthWiderThanTheImageIsReportedAndUsed) {
   const char* condition = "targetImageWidth == 0u || targetImageWidth <= static_cast<uint32_t>(size(0))";
   for (uint32_t width : {640u, 641u}) {
