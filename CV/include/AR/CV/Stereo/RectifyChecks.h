@@ -43,9 +43,11 @@ AR_EXPORT bool twoPoints(const AR::Math::Vector<T, 3>& origin1, const AR::Math::
 namespace Internal {
 
 /// Triangulates the image centre of the left target camera against the right
-/// target pixels at disparities 0..127 and reports every row whose depth
-/// differs from constant / (disparity + offsetX) by 0.0001 or more. A row
-/// whose rays are parallel is logged (at VERBOSE) with depth 1000.
+/// target pixels at disparities 0..127 and reports every row where
+/// depth * (disparity + offsetX) differs from constant by 0.0001 or more. At
+/// VERBOSE it logs a table of disparity and depth, with depth 1000 for a row
+/// whose rays are parallel (not compared); rows whose pixels cannot be made
+/// ideal are skipped silently.
 template <typename T>
 AR_EXPORT void checkMappingFactor(const AR::Math::Vector<T, 2>& imageSize,
                                   const FullStereoCameraCalibration<T>& targetCalibration,
