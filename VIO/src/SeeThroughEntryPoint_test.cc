@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(LensModels, SeeThroughLens, testing::ValuesIn(VSTTest::
                          [](const testing::TestParamInfo<LensCase>& info) { return info.param.name; });
 
 // All four buffers are checked against, and filled at, the left display's
-// size, while the right maps follow the right eye's own geometry.
+// size: a larger right eye is cut to it, a smaller one leaves -1.0 around it.
 TEST(CreateFixedPlaneVSTMaps, AllMapsTakeTheLeftDisplaysSize) {
   const Scene larger(kLens, 80, 60, 112, 72);
   AR::Test::LogCapture log;
@@ -126,21 +126,7 @@ TEST(CreateFixedPlaneVSTMaps, AllMapsTakeTheLeftDisplaysSize) {
   EXPECT_FALSE(log.has(kSizeCheck));
   EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[0].size() == size "), 1u);  // the right eye's builder
   for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.canariesFrom(i, 80 * 60)) << i;
-  int checked = 0;
-  for (int y = 0; y < 60; y += 3)
-    for (int x = 0; x < 80; x += 3) {
-      const size_t i = size_t(x + 80 * y);
-      double sx, sy, rSq;
-      if (b.data[2][i] == -1.0f ||
-          !VSTTest::expectedSeeThrough(larger.right, larger.device.cameras[1], 1.0, x, y, sx, sy, rSq))
-        continue;
-      EXPECT_NEAR(b.data[2][i], sx, 0.05);
-      EXPECT_NEAR(b.data[3][i], sy, 0.05);
-      ++checked;
-    }
-  EXPECT_GT(checked, 100);
-
-  const Scene smaller(kLens, 80, 60, 40, 30);  // the rest of the right maps stays -1.0
+  const Scene smaller(kLens, 80, 60, 40, 30);
   smaller.call(b);
   for (int y = 0; y < 60; ++y)
     for (int x = 40; x < 80; ++x) EXPECT_EQ(b.data[2][size_t(x + 80 * y)], -1.0f);

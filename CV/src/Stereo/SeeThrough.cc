@@ -100,8 +100,9 @@ AR::Math::SE3<FloatType> eyePose(const XrPosedMRV_t& pose) {
 
 /// The rotation by pi about x: the eye frame of the records looks along -z
 /// with y up, a camera looks along +z with y down. Built by the exponential
-/// map from the single-precision pi (so pi squared is 9.869605 in both
-/// precisions), as the float pipeline builds it.
+/// map from the single-precision pi, as the float pipeline builds it: its
+/// squared angle is 9.869605 in float; the double instance squares that same
+/// pi in double (9.86960495...).
 template <typename FloatType>
 AR::Math::SE3<FloatType> flipAboutX() {
   const FloatType pi = FloatType(AR_PI);
