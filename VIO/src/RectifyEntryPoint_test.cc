@@ -367,14 +367,15 @@ TEST_F(CreateRectifyMapRules, ConcurrentCallsGiveTheSerialMaps) {
   for (const auto& m : maps) EXPECT_EQ(m, reference_.maps);
 }
 
-// A left camera that the conversion rejects leaves the target pair with a
-// zero baseline, which is a fatal error of the target calibration.
+// A left camera that the conversion rejects is reported ("ret") and leaves the
+// target pair with a zero baseline, a fatal error of the target calibration.
 TEST(CreateRectifyMapDeathTest, LeftCameraWithoutValidIntrinsicsEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   std::mt19937 rng(9u);
   StereoDevice device = randomStereoDevice(rng, radialTangentialLens(64, 48));
   device.record.cameras[0].fx = -1.0;
-  EXPECT_DEATH(rectify(device.record, 64 * 48, 64 * 48), "length>0");
+  EXPECT_DEATH(rectify(device.record, 64 * 48, 64 * 48),
+               "AR_ASSERT ret VIO/src/StereoRectifyWrapper\\(29\\) bool CreateRectifyMap\\(.*length>0");
 }
 
 // The rectified orientation is S^T R0, close to R0 for a nearly parallel rig.
