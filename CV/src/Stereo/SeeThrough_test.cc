@@ -54,10 +54,10 @@ class SeeThroughCalibration : public testing::Test {
     model.maxValidDistortionRSq = model.maxValidUndistortionRSq = T(81);
     AR::CV::FullStereoCameraCalibration<T> calibration;
     calibration.setupEmptyCalibrationWithDefaultIds(2);
-    EXPECT_TRUE(calibration[0].init(model, C0, AR::CV::CamImageId("trackingA0"), false, T(0),
-                                    AR::CV::CaptureDetails(), 0.0));
-    EXPECT_TRUE(calibration[1].init(model, C1, AR::CV::CamImageId("trackingB1"), false, T(0),
-                                    AR::CV::CaptureDetails(), 0.0));
+    const char* ids[2] = {"trackingA0", "trackingB1"};
+    for (size_t i = 0; i < 2; ++i)
+      EXPECT_TRUE(calibration[i].init(model, i == 0 ? C0 : C1, AR::CV::CamImageId(ids[i]), false, T(0),
+                                      AR::CV::CaptureDetails(), 0.0));
     return calibration;
   }
 
@@ -68,8 +68,8 @@ class SeeThroughCalibration : public testing::Test {
 
   const SE3 C1 = transform(0.01, -0.08, 0.02, -0.1, 0.002, 0.003);
   const SE3 deviceFromCam0 = transform(3.1, 0.05, -0.02, -0.05, 0.01, -0.005);
-  CameraCalibrationMRV left = eyeRecord(1280, 1024, 700.0, 710.0, {0.01, -0.02, 0.015, 0.9996}, 0.032, -0.001, -0.012);
-  CameraCalibrationMRV right = eyeRecord(1440, 1200, 690.0, 695.0, {-0.012, 0.018, -0.01, 0.9997}, -0.031, 0.0, -0.011);
+  CameraCalibrationMRV left = eyeRecord(1280, 1024, 700, 710, {0.01, -0.02, 0.015, 0.9996}, 0.032, -0.001, -0.012);
+  CameraCalibrationMRV right = eyeRecord(1440, 1200, 690, 695, {-0.012, 0.018, -0.01, 0.9997}, -0.031, 0.0, -0.011);
   AR::CV::FullStereoCameraCalibration<T> eyes;
   std::array<SE3, 2> eyePoses;
 };
