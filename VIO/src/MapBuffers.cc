@@ -34,20 +34,20 @@ void copyImageToArray(const AR::CV::Image<float>& image, float* out) {
 
 void copyMapToArrays(const AR::Common::ArrayView<AR::CV::Image<float>>& mapXY, float* mapXOut,
                      uint32_t mapXOut_size, float* mapYOut, uint32_t mapYOut_size) {
-  const size_t numX = mapXY.size() > 0 ? mapXY[0].numPixels() : 0;
-  const size_t numY = mapXY.size() > 1 ? mapXY[1].numPixels() : 0;
+  // A view without two images answers the missing index with an empty image
+  // (and reports it itself), so every step below stays defined.
   auto& logger = AR::Common::Logger::getInstance();
   if (logger.getLevel() >= AR::Common::Logger::LEVEL_DEBUG)
     logger.logEx2(AR::Common::Logger::LEVEL_DEBUG, kSource, kCopyMapFunction, 142,
-                  "mapXY[0]: %zu, mapXY[1]: %zu, mapXOut_size=%u, mapYOut_size=%u", numX, numY,
-                  mapXOut_size, mapYOut_size);
+                  "mapXY[0]: %zu, mapXY[1]: %zu, mapXOut_size=%u, mapYOut_size=%u",
+                  mapXY[0].numPixels(), mapXY[1].numPixels(), mapXOut_size, mapYOut_size);
   if (!(mapXY.size() == 2)) AR::Common::logError("mapXY.size() == 2", kSource, kCopyMapFunction, 143);
-  if (!(numX == mapXOut_size))
+  if (!(mapXY[0].numPixels() == mapXOut_size))
     AR::Common::logError("mapXY[0].numPixels() == mapXOut_size", kSource, kCopyMapFunction, 144);
-  if (!(numY == mapYOut_size))
+  if (!(mapXY[1].numPixels() == mapYOut_size))
     AR::Common::logError("mapXY[1].numPixels() == mapYOut_size", kSource, kCopyMapFunction, 145);
-  if (mapXY.size() > 0) copyImagePrefixToArray(mapXY[0], mapXOut, mapXOut_size);
-  if (mapXY.size() > 1) copyImagePrefixToArray(mapXY[1], mapYOut, mapYOut_size);
+  copyImagePrefixToArray(mapXY[0], mapXOut, mapXOut_size);
+  copyImagePrefixToArray(mapXY[1], mapYOut, mapYOut_size);
 }
 
 }  // namespace VIO

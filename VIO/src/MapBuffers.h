@@ -18,7 +18,8 @@ namespace VIO {
 /// safe: at most `mapXOut_size` floats into `mapXOut` and at most
 /// `mapYOut_size` into `mapYOut` (a larger array keeps its tail, a smaller one
 /// receives the first floats of the map), nothing into a null array and
-/// nothing for an image that the view does not have.
+/// nothing for an image that the view does not have (the view reports each
+/// access to a missing image).
 AR_EXPORT void copyMapToArrays(const AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,
                                float* mapXOut, uint32_t mapXOut_size, float* mapYOut,
                                uint32_t mapYOut_size);

@@ -51,16 +51,15 @@ void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage
   const bool success = virtualCamera.init(virtualCameraModel(camera, size, fovFactor));
   if (!success) AR::Common::logError("success", kSource, kFunction, 64);
 
+  // A missing image is reported by the view itself and read as an empty one.
   if (!(mapXY.size() == 2)) AR::Common::logError("mapXY.size() == 2", kSource, kFunction, 65);
-  const bool hasX = mapXY.size() > 0;
-  const bool hasY = mapXY.size() > 1;
-  if (!(hasX && mapXY[0].size() == size))
-    AR::Common::logError("mapXY[0].size() == size", kSource, kFunction, 66);
-  if (!(hasY && mapXY[1].size() == size))
-    AR::Common::logError("mapXY[1].size() == size", kSource, kFunction, 67);
+  if (!(mapXY[0].size() == size)) AR::Common::logError("mapXY[0].size() == size", kSource, kFunction, 66);
+  if (!(mapXY[1].size() == size)) AR::Common::logError("mapXY[1].size() == size", kSource, kFunction, 67);
 
   for (AR::CV::Image<float>& image : mapXY) image.clear(-1.0f);
-  if (!success || !hasY) return;
+  // Without a pair there is nowhere to write; without a virtual camera no
+  // pixel has a ray.
+  if (!success || mapXY.size() < 2) return;
 
   AR::CV::Image<float>& mapX = mapXY[0];
   AR::CV::Image<float>& mapY = mapXY[1];
