@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <limits>
-#include <vector>
 
 namespace {
 
@@ -71,47 +69,6 @@ TEST(MapExtent, UnrepresentableSizesGiveAnEmptyMap) {
     EXPECT_EQ(e.size, Vec2I(0, 0));
     EXPECT_EQ(e.numFloats + e.mapBufferSize, 0u);
   }
-}
-
-/// Builds a 7 x 5 map as a builder would (X = index, Y = -index) into two
-/// caller buffers of `size` floats (or a null X buffer), each with canaries
-/// on both sides, and checks that exactly the row-major prefix arrived.
-void checkBoundedBuild(const VIO::MapExtent& extent, size_t size, bool nullX) {
-  constexpr size_t kGuard = 16;
-  constexpr float kCanary = 1234.5f;
-  std::vector<float> x(size + 2 * kGuard, kCanary), y(size + 2 * kGuard, kCanary);
-  float* bufferX = nullX ? nullptr : x.data() + kGuard;
-  {
-    VIO::CallerMapPair maps(extent, bufferX, uint32_t(size), y.data() + kGuard, uint32_t(size));
-    auto& view = maps.view();
-    ASSERT_EQ(view.size(), 2u);
-    ASSERT_EQ(view[0].size(), extent.size);  // the builder always sees a full pair
-    ASSERT_EQ(view[1].size(), extent.size);
-    // Large enough buffers are written in place.
-    EXPECT_EQ(view[1].data() == y.data() + kGuard, size >= extent.numFloats);
-    for (int py = 0; py < extent.size(1); ++py)
-      for (int px = 0; px < extent.size(0); ++px) {
-        view[0].at(px, py) = float(px + extent.size(0) * py);
-        view[1].at(px, py) = -float(px + extent.size(0) * py);
-      }
-    maps.finish();
-  }
-  for (size_t i = 0; i < size + 2 * kGuard; ++i) {
-    const bool written = i >= kGuard && i - kGuard < std::min(size, extent.numFloats);
-    EXPECT_EQ(x[i], written && !nullX ? float(i - kGuard) : kCanary) << i;
-    EXPECT_EQ(y[i], written ? -float(i - kGuard) : kCanary) << i;
-  }
-}
-
-TEST(CallerMapPair, WritesTheRowMajorMapPrefixAndNothingElse) {
-  const VIO::MapExtent extent = VIO::mapExtentOf(7.0f, 5.0f);
-  // Exact, larger, one row short, one float short, a single float, none.
-  for (int offset : {0, 9, -7, -1, -34, -35}) {
-    SCOPED_TRACE(offset);
-    checkBoundedBuild(extent, size_t(35 + offset), false);
-  }
-  checkBoundedBuild(extent, 35, true);
-  checkBoundedBuild(VIO::MapExtent(), 4, false);
 }
 
 }  // namespace

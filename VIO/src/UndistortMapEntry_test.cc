@@ -65,7 +65,8 @@ struct Buffers {
   }
   /// Buffer i holds `map` in its first floats and canaries everywhere else.
   bool holds(size_t i, const std::vector<float>& map) const {
-    return std::memcmp(storage[i].data() + kGuard, map.data(), map.size() * sizeof(float)) == 0 &&
+    return (map.empty() ||
+            std::memcmp(storage[i].data() + kGuard, map.data(), map.size() * sizeof(float)) == 0) &&
            std::all_of(storage[i].begin() + kGuard + long(map.size()), storage[i].end(),
                        [](float v) { return v == kCanary; }) &&
            std::all_of(storage[i].begin(), storage[i].begin() + kGuard,
@@ -151,8 +152,8 @@ TEST_F(CreateUndistortMapTest, NaNFactorIsAcceptedAndGivesNoValidEntries) {
 }
 
 TEST_F(CreateUndistortMapTest, BuffersOfAnotherSizeGetThePrefixAndNothingMore) {
-  // One row short, one float short, one float long.
-  for (size_t size : {kMapSize - kWidth, kMapSize - 1, kMapSize + 1}) {
+  // One row short, one float short, one float long, a single float, none.
+  for (size_t size : {kMapSize - kWidth, kMapSize - 1, kMapSize + 1, size_t(1), size_t(0)}) {
     AR::Test::LogCapture log;
     Buffers buffers(size);
     ASSERT_TRUE(buffers.call(&device, 1.0f));
