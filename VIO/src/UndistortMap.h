@@ -20,8 +20,9 @@ namespace VIO {
 /// outside the valid range of either camera, or, unless `allowOutOfImage`,
 /// the position falls outside [0, width) × [0, height).
 ///
-/// A view that does not hold two images of the camera's size is reported
-/// (the pixels that do lie inside an image are still written). A virtual
+/// A view that does not hold two images of the camera's size is reported:
+/// a pair of another size still receives the pixels that lie inside its
+/// images, a view without a pair is only cleared. A virtual
 /// camera that cannot be initialised (a non-positive or NaN focal length, a
 /// camera without a valid image size) is reported and leaves every entry at
 /// -1.0. Single precision throughout; the distortion goes through the
