@@ -189,7 +189,6 @@ TYPED_TEST(HermiteTest, PreconditionsAreReportedAndFittingGoesOn) {
   EXPECT_FALSE(noBins.isInit());
   EXPECT_EQ(TestFixture::asserts(capture, "MAX_BINS >= INIT_BINS"), 1u);
   EXPECT_EQ(TestFixture::asserts(capture, "eps > 0"), 1u);
-  EXPECT_EQ(capture.countContaining(") PREC AR::CV::HermiteSplineInterpolation<PREC>::setupHermiteCoeffs(const"), 2u);
 
   capture.clear();
   typename TestFixture::Spline spline;
@@ -207,7 +206,6 @@ TYPED_TEST(HermiteTest, PreconditionsAreReportedAndFittingGoesOn) {
   EXPECT_EQ(TestFixture::asserts(capture, "rangeForApprox(1) > rangeForApprox(0)"), 1u);
   // Each of the four fits (1, 2, 4, 8 bins) ends unfitted.
   EXPECT_EQ(TestFixture::asserts(capture, "isInit()"), 4u);
-  EXPECT_EQ(capture.countContaining(") void AR::CV::HermiteSplineInterpolation<PREC>::setupHermiteCoeffsInt("), 4u);
 
   // A function that turns NaN never passes a fit.
   struct Broken {
