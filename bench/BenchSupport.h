@@ -95,4 +95,14 @@ inline void setPerPixel(benchmark::State& state, double pixelsPerIteration) {
       pixelsPerIteration, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
+/// Every lens at 640x480 and 1280x1024: arguments (lens index, width, height).
+inline void lensesAndSizes(benchmark::internal::Benchmark* b) {
+  for (int lens = 0; lens < 6; ++lens) {
+    b->Args({lens, 640, 480});
+    b->Args({lens, 1280, 1024});
+  }
+  b->ArgNames({"lens", "w", "h"});
+  b->Unit(benchmark::kMillisecond);
+}
+
 }  // namespace BenchSupport

@@ -100,15 +100,6 @@ void BM_RectifyMapLoop(benchmark::State& state) {
   setPerPixel(state, double(width) * height);
 }
 
-void lensesAndSizes(benchmark::internal::Benchmark* b) {
-  for (int lens = 0; lens < 6; ++lens) {
-    b->Args({lens, 640, 480});
-    b->Args({lens, 1280, 1024});
-  }
-  b->ArgNames({"lens", "w", "h"});
-  b->Unit(benchmark::kMillisecond);
-}
-
 BENCHMARK(BM_CreateRectifyMap)->Apply(lensesAndSizes);
 BENCHMARK(BM_RectifySetup)->Apply(lensesAndSizes);
 BENCHMARK(BM_RectifyMapLoop)->Apply(lensesAndSizes);

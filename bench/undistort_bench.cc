@@ -85,15 +85,6 @@ void BM_UndistortMapLoop(benchmark::State& state) {
   setPerPixel(state, double(width) * height);
 }
 
-void lensesAndSizes(benchmark::internal::Benchmark* b) {
-  for (int lens = 0; lens < 6; ++lens) {
-    b->Args({lens, 640, 480});
-    b->Args({lens, 1280, 1024});
-  }
-  b->ArgNames({"lens", "w", "h"});
-  b->Unit(benchmark::kMillisecond);
-}
-
 BENCHMARK(BM_CreateUndistortMap)->Apply(lensesAndSizes);
 BENCHMARK(BM_CameraSetup)->DenseRange(0, 5)->ArgName("lens")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UndistortMapLoop)->Apply(lensesAndSizes);
