@@ -17,24 +17,24 @@
 #include "StereoRectifyWrapper.h"
 #include "BenchSupport.h"
 #include "VSTMap.h"
-#include "VSTTestRig.h"
+#include "RecordRig.h"
 
 namespace {
 
 using namespace BenchSupport;
 
-/// Lens index into VSTTest::realisticLenses() and eye size in pixels.
+/// Lens index into RecordRig::realisticLenses() and eye size in pixels.
 struct Setup {
-  VSTTest::LensCase lens;
+  RecordRig::LensCase lens;
   DeviceCalibrationMRV device;
   CameraCalibrationMRV left, right;
   Setup(int64_t lensIndex, int64_t eyeSize)
-      : lens(VSTTest::realisticLenses()[size_t(lensIndex)]),
-        device(VSTTest::makeDevice(lens)),
-        left(VSTTest::makeDisplay(int32_t(eyeSize), int32_t(eyeSize), eyeSize * 0.5, eyeSize * 0.5,
-                                  VSTTest::Vec3d(-0.032, 0.0, 0.01), 0.0)),
-        right(VSTTest::makeDisplay(int32_t(eyeSize), int32_t(eyeSize), eyeSize * 0.5, eyeSize * 0.5,
-                                   VSTTest::Vec3d(0.032, 0.0, 0.01), 0.0)) {}
+      : lens(RecordRig::realisticLenses()[size_t(lensIndex)]),
+        device(RecordRig::makeDevice(lens)),
+        left(RecordRig::makeDisplay(int32_t(eyeSize), int32_t(eyeSize), eyeSize * 0.5, eyeSize * 0.5,
+                                  RecordRig::Vec3d(-0.032, 0.0, 0.01), 0.0)),
+        right(RecordRig::makeDisplay(int32_t(eyeSize), int32_t(eyeSize), eyeSize * 0.5, eyeSize * 0.5,
+                                   RecordRig::Vec3d(0.032, 0.0, 0.01), 0.0)) {}
 };
 
 /// The whole entry point: record conversion, camera set-up, eye calibration

@@ -10,11 +10,11 @@
 #include "DeviceCalibration.h"
 #include "LogCapture.h"
 #include "StereoRectifyWrapper.h"
-#include "VSTTestRig.h"
+#include "RecordRig.h"
 
 namespace {
 
-using VSTTest::LensCase;
+using RecordRig::LensCase;
 
 /// A failed check of the entry point as the log shows it.
 std::string assertLine(const std::string& condition, int line) {
@@ -51,16 +51,16 @@ struct Scene {
   DeviceCalibrationMRV device;
   CameraCalibrationMRV left, right;
   Scene(const LensCase& lens, int32_t w, int32_t h, int32_t rw, int32_t rh)
-      : device(VSTTest::makeDevice(lens)),
-        left(VSTTest::makeDisplay(w, h, 70.0, 71.4, VSTTest::Vec3d(-0.032, 0.0, 0.01), 0.02)),
-        right(VSTTest::makeDisplay(rw, rh, 68.6, 70.0, VSTTest::Vec3d(0.032, 0.0, 0.01), -0.015)) {}
+      : device(RecordRig::makeDevice(lens)),
+        left(RecordRig::makeDisplay(w, h, 70.0, 71.4, RecordRig::Vec3d(-0.032, 0.0, 0.01), 0.02)),
+        right(RecordRig::makeDisplay(rw, rh, 68.6, 70.0, RecordRig::Vec3d(0.032, 0.0, 0.01), -0.015)) {}
   bool call(Buffers& b, float depth = 1.0f) const {
     return CreateFixedPlaneVSTMaps(&device, &left, &right, depth, 0, b.ptr(0), b.sizes[0], b.ptr(1), b.sizes[1],
                                    b.ptr(2), b.sizes[2], b.ptr(3), b.sizes[3]);
   }
 };
 
-const LensCase kLens = VSTTest::realisticLenses()[2];
+const LensCase kLens = RecordRig::realisticLenses()[2];
 
 }  // namespace
 
@@ -92,7 +92,7 @@ TEST_P(SeeThroughLens, EveryEntryShowsThePlanePointSeenThroughThatPixel) {
     int valid = 0;
     for (size_t i = 0; i < 96 * 80; ++i) {
       double sx = 0, sy = 0, rSq = 0;
-      const bool projects = VSTTest::expectedSeeThrough(e ? scene.right : scene.left, cam, 1.5, int(i % 96),
+      const bool projects = RecordRig::expectedSeeThrough(e ? scene.right : scene.left, cam, 1.5, int(i % 96),
                                                         int(i / 96), sx, sy, rSq);
       const double tol = 2e-3 + std::max(cam.fx, cam.fy) * std::sqrt(rSq) * splineErr * 1.01;
       const bool inside = projects && rSq < maxRSq && sx >= 0 && sx < 640 && sy >= 0 && sy < 480;
@@ -113,7 +113,7 @@ TEST_P(SeeThroughLens, EveryEntryShowsThePlanePointSeenThroughThatPixel) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(LensModels, SeeThroughLens, testing::ValuesIn(VSTTest::realisticLenses()),
+INSTANTIATE_TEST_SUITE_P(LensModels, SeeThroughLens, testing::ValuesIn(RecordRig::realisticLenses()),
                          [](const testing::TestParamInfo<LensCase>& info) { return info.param.name; });
 
 // All four buffers are checked against, and filled at, the left display's

@@ -1,7 +1,7 @@
 #pragma once
 
-// Test and benchmark support for see-through: realistic device and display
-// records, and the see-through geometry in closed form (double precision, no
+// Test and benchmark support: realistic device and display records per lens
+// model, and projections written in closed form (double precision, no
 // library splines) so that map entries can be checked independently.
 
 #include <cmath>
@@ -13,7 +13,7 @@
 #include "CameraModel/DistortionModel.h"
 #include "StereoRectifyWrapperTypes.h"
 
-namespace VSTTest {
+namespace RecordRig {
 
 using Vec3d = AR::Math::Vector<double, 3>;
 using Mat3d = AR::Math::Matrix<double, 3, 3>;
@@ -118,17 +118,10 @@ inline CameraCalibrationMRV makeDisplay(int32_t width, int32_t height, double fx
   return eye;
 }
 
-/// Where display pixel (x, y) should sample camera `cam` when the scene is
-/// the plane at `depth` in front of the eye: the eye ray (principal point at
-/// the image centre) meets the plane, the point goes from the eye frame to
-/// the device and into the camera, and is projected in closed form. `rSq`
-/// receives the squared ideal radius; false when the point lies less than
-/// 0.01 in front of the camera.
-inline bool expectedSeeThrough(const CameraCalibrationMRV& eye, const CameraCalibrationMRV& cam, double depth,
-                               int x, int y, double& sx, double& sy, double& rSq) {
-  const Vec3d pEye((x - eye.width * 0.5) / eye.fx * depth, -(y - eye.height * 0.5) / eye.fy * depth, -depth);
-  const Vec3d pDevice = rotationOf(eye.pose.orientation).transpose() * (pEye - positionOf(eye.pose));
-  const Vec3d Q = rotationOf(cam.pose.orientation) * pDevice + positionOf(cam.pose);
+/// Pixel of the point Q (in the camera's own frame) through the camera's lens
+/// in closed form, tangential terms included. `rSq` receives the squared
+/// ideal radius; false when Q lies less than 0.01 in front of the camera.
+inline bool projectClosedForm(const CameraCalibrationMRV& cam, const Vec3d& Q, double& sx, double& sy, double& rSq) {
   if (Q(2) < 0.01) return false;
   const double X = Q(0) / Q(2), Y = Q(1) / Q(2), p1 = cam.p[0], p2 = cam.p[1];
   rSq = X * X + Y * Y;
@@ -138,4 +131,16 @@ inline bool expectedSeeThrough(const CameraCalibrationMRV& eye, const CameraCali
   return true;
 }
 
-}  // namespace VSTTest
+/// Where display pixel (x, y) should sample camera `cam` when the scene is
+/// the plane at `depth` in front of the eye: the eye ray (principal point at
+/// the image centre) meets the plane, the point goes from the eye frame to
+/// the device and into the camera, and is projected in closed form.
+inline bool expectedSeeThrough(const CameraCalibrationMRV& eye, const CameraCalibrationMRV& cam, double depth,
+                               int x, int y, double& sx, double& sy, double& rSq) {
+  const Vec3d pEye((x - eye.width * 0.5) / eye.fx * depth, -(y - eye.height * 0.5) / eye.fy * depth, -depth);
+  const Vec3d pDevice = rotationOf(eye.pose.orientation).transpose() * (pEye - positionOf(eye.pose));
+  const Vec3d Q = rotationOf(cam.pose.orientation) * pDevice + positionOf(cam.pose);
+  return projectClosedForm(cam, Q, sx, sy, rSq);
+}
+
+}  // namespace RecordRig
