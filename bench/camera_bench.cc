@@ -64,6 +64,15 @@ const Model& cachedModel(int index) {
   return models[static_cast<size_t>(index)];
 }
 
+/// A camera of lens `index` for a benchmark; marks the benchmark skipped when
+/// the camera cannot be set up.
+bool initOrSkip(benchmark::State& state, int index, AR::CV::Camera<float>& camera) {
+  quietLogger();
+  if (camera.init(cachedModel(index))) return true;
+  state.SkipWithError("camera init failed");
+  return false;
+}
+
 void BM_CameraInit(benchmark::State& state) {
   quietLogger();
   const int index = static_cast<int>(state.range(0));
@@ -79,13 +88,9 @@ BENCHMARK(BM_CameraInit)->DenseRange(0, kNumLenses - 1)->Unit(benchmark::kMicros
 
 /// Every pixel of the 640x480 image once per iteration.
 void BM_TryPixel2ideal(benchmark::State& state) {
-  quietLogger();
   const int index = static_cast<int>(state.range(0));
   AR::CV::Camera<float> camera;
-  if (!camera.init(cachedModel(index))) {
-    state.SkipWithError("camera init failed");
-    return;
-  }
+  if (!initOrSkip(state, index, camera)) return;
   state.SetLabel(kLenses[index].name);
   int64_t converted = 0;
   for (auto _ : state) {
@@ -104,13 +109,9 @@ BENCHMARK(BM_TryPixel2ideal)->DenseRange(0, kNumLenses - 1)->Unit(benchmark::kMi
 
 /// A grid of ideal points inside the valid distortion range.
 void BM_TryIdeal2pixel(benchmark::State& state) {
-  quietLogger();
   const int index = static_cast<int>(state.range(0));
   AR::CV::Camera<float> camera;
-  if (!camera.init(cachedModel(index))) {
-    state.SkipWithError("camera init failed");
-    return;
-  }
+  if (!initOrSkip(state, index, camera)) return;
   state.SetLabel(kLenses[index].name);
   const float extent = 0.7f;  // inside every lens's range
   for (auto _ : state) {
@@ -128,13 +129,9 @@ BENCHMARK(BM_TryIdeal2pixel)->DenseRange(0, kNumLenses - 1)->Unit(benchmark::kMi
 
 /// One million lookups spread over the undistortion spline's range.
 void BM_SplineEvaluate(benchmark::State& state) {
-  quietLogger();
   const int index = static_cast<int>(state.range(0));
   AR::CV::Camera<float> camera;
-  if (!camera.init(cachedModel(index))) {
-    state.SkipWithError("camera init failed");
-    return;
-  }
+  if (!initOrSkip(state, index, camera)) return;
   const auto& spline = camera.getUndistortionSpline();
   state.SetLabel(std::string(kLenses[index].name) + " " +
                  std::to_string(spline.getSegments().size()) + " bins");
