@@ -9,14 +9,15 @@
 #include "AR/CV/Camera/Hermite.h"
 #include "DeviceCalibration.h"
 #include "LogCapture.h"
-#include "StereoRectifyWrapper.h"
 #include "RecordRig.h"
+#include "StereoRectifyWrapper.h"
 
 namespace {
 
 using RecordRig::LensCase;
 
-/// A failed check of the entry point as the log shows it.
+/// A failed check of the entry point as the log shows it (the logger keeps
+/// the first 100 characters of the function text).
 std::string assertLine(const std::string& condition, int line) {
   return "AR ERROR: AR_ASSERT " + condition + " VIO/src/StereoRectifyWrapper(" + std::to_string(line) + ") " +
          std::string("bool CreateFixedPlaneVSTMaps(const DeviceCalibrationMRV *, const CameraCalibrationMRV *, "
@@ -31,8 +32,7 @@ const std::string kSizeCheck = assertLine(
     "mapRightX_size==map_buffer_size && mapRightY_size==map_buffer_size",
     203);
 
-/// Left X, left Y, right X, right Y, each followed by canaries that no call
-/// may touch.
+/// Left X, left Y, right X, right Y, each followed by canaries.
 struct Buffers {
   std::vector<float> data[4];
   uint32_t sizes[4];
@@ -41,7 +41,7 @@ struct Buffers {
     for (int i = 0; i < 4; ++i) data[i].assign(sizes[i] + 16, 12345.0f);
   }
   float* ptr(int i) { return data[i].data(); }
-  bool canariesFrom(int i, size_t from) const {
+  bool untouchedFrom(int i, size_t from) const {
     return std::all_of(data[i].begin() + long(from), data[i].end(), [](float v) { return v == 12345.0f; });
   }
 };
@@ -62,20 +62,12 @@ struct Scene {
 
 const LensCase kLens = RecordRig::realisticLenses()[2];
 
-}  // namespace
-
-namespace VSTTest {
-void PrintTo(const LensCase& lens, std::ostream* os) { *os << lens.name; }
-}  // namespace VSTTest
-
-namespace {
-
 class SeeThroughLens : public testing::TestWithParam<LensCase> {};
 
 // Every entry is the camera pixel of the point where the eye ray meets the
 // plane, computed from the raw records with a closed-form lens, within the
 // spline's reported error; entries without a source are exactly -1.0 and
-// occur only where the closed form finds none (or at a border).
+// occur only where the closed form finds none (borders excepted).
 TEST_P(SeeThroughLens, EveryEntryShowsThePlanePointSeenThroughThatPixel) {
   const Scene scene(GetParam(), 96, 80, 96, 80);
   AR::CV::FullStereoCameraCalibration<float> rig;  // for the splines' reported error and range
@@ -93,19 +85,17 @@ TEST_P(SeeThroughLens, EveryEntryShowsThePlanePointSeenThroughThatPixel) {
     for (size_t i = 0; i < 96 * 80; ++i) {
       double sx = 0, sy = 0, rSq = 0;
       const bool projects = RecordRig::expectedSeeThrough(e ? scene.right : scene.left, cam, 1.5, int(i % 96),
-                                                        int(i / 96), sx, sy, rSq);
+                                                          int(i / 96), sx, sy, rSq);
       const double tol = 2e-3 + std::max(cam.fx, cam.fy) * std::sqrt(rSq) * splineErr * 1.01;
       const bool inside = projects && rSq < maxRSq && sx >= 0 && sx < 640 && sy >= 0 && sy < 480;
       const bool nearEdge = projects && (std::fabs(rSq - maxRSq) < 1e-3 * maxRSq ||
                                          std::min({std::fabs(sx), std::fabs(sx - 640), std::fabs(sy),
                                                    std::fabs(sy - 480)}) < tol);
       const float mx = b.data[2 * e][i], my = b.data[2 * e + 1][i];
-      if (mx == -1.0f && my == -1.0f) {
-        ASSERT_TRUE(!inside || nearEdge) << "eye " << e << " pixel " << i;
-        continue;
-      }
+      const bool hasSource = mx != -1.0f || my != -1.0f;
+      ASSERT_TRUE(nearEdge || hasSource == inside) << "eye " << e << " pixel " << i;
+      if (!hasSource) continue;
       ++valid;
-      ASSERT_TRUE(inside || nearEdge) << "eye " << e << " pixel " << i;
       ASSERT_NEAR(mx, sx, tol) << "eye " << e << " pixel " << i;
       ASSERT_NEAR(my, sy, tol) << "eye " << e << " pixel " << i;
     }
@@ -118,99 +108,81 @@ INSTANTIATE_TEST_SUITE_P(LensModels, SeeThroughLens, testing::ValuesIn(RecordRig
 
 // All four buffers are checked against, and filled at, the left display's
 // size: a larger right eye is cut to it, a smaller one leaves -1.0 around it.
-TEST(CreateFixedPlaneVSTMaps, AllMapsTakeTheLeftDisplaysSize) {
-  const Scene larger(kLens, 80, 60, 112, 72);
-  AR::Test::LogCapture log;
-  Buffers b(80 * 60);
-  EXPECT_TRUE(larger.call(b));
-  EXPECT_FALSE(log.has(kSizeCheck));
-  EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[0].size() == size "), 1u);  // the right eye's builder
-  for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.canariesFrom(i, 80 * 60)) << i;
-  const Scene smaller(kLens, 80, 60, 40, 30);
-  smaller.call(b);
-  for (int y = 0; y < 60; ++y)
-    for (int x = 40; x < 80; ++x) EXPECT_EQ(b.data[2][size_t(x + 80 * y)], -1.0f);
-}
-
-// Each buffer gets the first min(size, map) floats of the row-major map and
-// nothing beyond its declared size; unusable display sizes give empty maps
-// (and no undefined conversion).
-TEST(CreateFixedPlaneVSTMaps, WrongSizesAreLoggedAndNeverOverrun) {
-  const Scene scene(kLens, 40, 30, 40, 30);
+// A buffer one row short or one float short gets the first floats of the
+// row-major map and nothing beyond its declared size; unusable display sizes
+// give empty maps (and no undefined conversion).
+TEST(CreateFixedPlaneVSTMaps, MapsTakeTheLeftDisplaysSizeAndNeverOverrunABuffer) {
   const uint32_t n = 40 * 30;
   Buffers reference(n), b(n - 40, n - 1, n, n + 7);
-  scene.call(reference);
   AR::Test::LogCapture log;
-  EXPECT_TRUE(scene.call(b));
+  EXPECT_TRUE(Scene(kLens, 40, 30, 56, 36).call(reference));
+  EXPECT_FALSE(log.has(kSizeCheck));
+  EXPECT_EQ(log.countContaining("AR_ASSERT mapXY[0].size() == size "), 1u);  // the right eye's builder
+  EXPECT_TRUE(Scene(kLens, 40, 30, 20, 15).call(b));
   EXPECT_TRUE(log.has(kSizeCheck));
   for (int i = 0; i < 4; ++i) {
     const size_t written = std::min<size_t>(b.sizes[i], n);
-    EXPECT_TRUE(std::equal(b.data[i].begin(), b.data[i].begin() + long(written), reference.data[i].begin())) << i;
-    EXPECT_TRUE(b.canariesFrom(i, written)) << i;
+    if (i < 2) {
+      EXPECT_TRUE(std::equal(b.data[i].begin(), b.data[i].begin() + long(written), reference.data[i].begin()));
+    }
+    EXPECT_TRUE(b.untouchedFrom(i, written)) << i;
   }
+  for (int y = 0; y < 30; ++y)
+    for (int x = 20; x < 40; ++x) EXPECT_EQ(b.data[2][size_t(x + 40 * y)], -1.0f);
   for (int32_t width : {-5, 0, INT32_MAX}) {
-    const Scene bad(kLens, width, 30, width, 30);
     Buffers c(8);
     log.clear();
-    EXPECT_TRUE(bad.call(c));
+    EXPECT_TRUE(Scene(kLens, width, 30, width, 30).call(c));
     EXPECT_TRUE(log.has(kSizeCheck)) << width;
-    for (int i = 0; i < 4; ++i) EXPECT_TRUE(c.canariesFrom(i, 0)) << width << " " << i;
+    for (int i = 0; i < 4; ++i) EXPECT_TRUE(c.untouchedFrom(i, 0)) << width << " " << i;
   }
 }
 
-// A null map is reported and only that map is skipped; a missing record ends
-// the call after the checks; a camera count other than 2 and a rejected
-// tracking camera are reported and the call goes on.
+// Each failed check is reported once: a null map is skipped alone, a null
+// record ends the call after the checks, a camera count other than 2 is only
+// reported. A rejected tracking camera is reported once, not per pixel.
 TEST(CreateFixedPlaneVSTMaps, ArgumentChecksAreReportedAndOnlySkipWhatIsMissing) {
-  Scene scene(kLens, 40, 30, 40, 30);
+  const Scene scene(kLens, 40, 30, 40, 30);
   const uint32_t n = 40 * 30;
   Buffers reference(n);
   scene.call(reference);
-  for (int missing = 0; missing < 4; ++missing) {
-    AR::Test::LogCapture log;
+  const std::string lines[3] = {
+      assertLine("mapLeftX != nullptr && mapLeftY != nullptr && mapRightX != nullptr && mapRightY != nullptr", 181),
+      assertLine("deviceCalibration != nullptr && leftDisplay != nullptr && rightDisplay != nullptr", 182),
+      assertLine("deviceCalibration->num_cameras == 2", 183)};
+  for (int missing = 0; missing < 8; ++missing) {  // maps 0-3, records 4-6, 7: three cameras
+    DeviceCalibrationMRV device = scene.device;
+    device.num_cameras = missing == 7 ? 3 : 2;
     Buffers b(n);
     float* p[4] = {b.ptr(0), b.ptr(1), b.ptr(2), b.ptr(3)};
-    p[missing] = nullptr;
-    EXPECT_TRUE(CreateFixedPlaneVSTMaps(&scene.device, &scene.left, &scene.right, 1.0f, 0, p[0], n, p[1], n,
-                                        p[2], n, p[3], n));
-    EXPECT_TRUE(log.has(assertLine(
-        "mapLeftX != nullptr && mapLeftY != nullptr && mapRightX != nullptr && mapRightY != nullptr", 181)));
-    EXPECT_EQ(log.countContaining("AR_ASSERT"), 1u);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(b.data[i], (i == missing ? Buffers(n) : reference).data[i]) << missing;
-  }
-  for (int missing = 0; missing < 3; ++missing) {
+    if (missing < 4) p[missing] = nullptr;
     AR::Test::LogCapture log;
-    Buffers b(n);
-    EXPECT_TRUE(CreateFixedPlaneVSTMaps(missing == 0 ? nullptr : &scene.device, missing == 1 ? nullptr : &scene.left,
-                                        missing == 2 ? nullptr : &scene.right, 1.0f, 0, b.ptr(0), n, b.ptr(1), n,
-                                        b.ptr(2), n, b.ptr(3), n));
-    EXPECT_TRUE(log.has(assertLine(
-        "deviceCalibration != nullptr && leftDisplay != nullptr && rightDisplay != nullptr", 182)));
+    EXPECT_TRUE(CreateFixedPlaneVSTMaps(missing == 4 ? nullptr : &device, missing == 5 ? nullptr : &scene.left,
+                                        missing == 6 ? nullptr : &scene.right, 1.0f, 0, p[0], n, p[1], n, p[2], n,
+                                        p[3], n));
+    EXPECT_TRUE(log.has(lines[missing < 4 ? 0 : missing < 7 ? 1 : 2])) << missing;
     EXPECT_EQ(log.countContaining("AR_ASSERT"), 1u) << missing;
-    for (int i = 0; i < 4; ++i) EXPECT_TRUE(b.canariesFrom(i, 0)) << missing << " " << i;
+    for (int i = 0; i < 4; ++i) {
+      const bool written = missing == 7 || (missing < 4 && i != missing);
+      EXPECT_EQ(b.data[i], (written ? reference : Buffers(n)).data[i]) << missing << " " << i;
+    }
   }
-  scene.device.num_cameras = 3;
-  AR::Test::LogCapture log;
+  Scene rejected = scene;
+  rejected.device.cameras[1].fx = -1.0;
   Buffers b(n);
-  EXPECT_TRUE(scene.call(b));
-  EXPECT_TRUE(log.has(assertLine("deviceCalibration->num_cameras == 2", 183)));
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(b.data[i], reference.data[i]) << i;
-
-  scene.device.num_cameras = 2;
-  scene.device.cameras[1].fx = -1.0;  // rejected by the camera model: reported once, not per pixel
-  log.clear();
-  EXPECT_TRUE(scene.call(b));
+  AR::Test::LogCapture log;
+  EXPECT_TRUE(rejected.call(b));
   EXPECT_TRUE(log.has(assertLine("ret", 187)));
   EXPECT_LT(log.countContaining("AR_ASSERT"), 10u);
   EXPECT_EQ(b.data[0], reference.data[0]);
   EXPECT_EQ(std::count(b.data[2].begin(), b.data[2].begin() + n, -1.0f), long(n));
 }
 
-TEST(CreateFixedPlaneVSTMaps, ConcurrentCallsGiveTheSerialMaps) {
+TEST(CreateFixedPlaneVSTMaps, EightConcurrentCallsGiveTheSerialMaps) {
   const Scene scene(kLens, 48, 40, 48, 40);
   Buffers reference(48 * 40);
   scene.call(reference, 0.8f);
-  std::vector<Buffers> results(6, Buffers(48 * 40));
+  std::vector<Buffers> results(8, Buffers(48 * 40));
   std::vector<std::thread> threads;
   for (auto& r : results) threads.emplace_back([&scene, &r] { scene.call(r, 0.8f); });
   for (auto& t : threads) t.join();
