@@ -41,22 +41,3 @@ if(TARGET ARVIOUndistort AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMap
     SOURCES src/UndistortMapEntry_test.cc
     DEPS ARVIOUndistort)
 endif()
-
-# A C program (not C++) that includes the public header and links the shared
-# library, so the entry point's C linkage and the header's C compatibility are
-# exercised as a C caller sees them.
-if(AR_BUILD_TESTS AND TARGET ARVIOUndistort
-   AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortCConsumer_test.c)
-  add_executable(vio_undistort_c_consumer_test src/UndistortCConsumer_test.c)
-  set_target_properties(vio_undistort_c_consumer_test PROPERTIES C_STANDARD 11 C_STANDARD_REQUIRED ON
-                                                                 C_EXTENSIONS OFF LINKER_LANGUAGE C)
-  target_link_libraries(vio_undistort_c_consumer_test PRIVATE StereoRectifyWrapper m)
-  if(AR_SANITIZE AND CMAKE_C_COMPILER_ID STREQUAL "Clang")
-    # The library is C++: clang's C driver leaves out the C++ half of the
-    # UBSan runtime that the library's checks call into.
-    target_link_options(vio_undistort_c_consumer_test PRIVATE -fsanitize-link-c++-runtime)
-    target_link_libraries(vio_undistort_c_consumer_test PRIVATE stdc++)
-  endif()
-  add_test(NAME vio_undistort_c_consumer_test COMMAND vio_undistort_c_consumer_test)
-  set_tests_properties(vio_undistort_c_consumer_test PROPERTIES TIMEOUT 600)
-endif()

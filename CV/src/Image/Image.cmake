@@ -8,6 +8,6 @@ target_link_libraries(ARCV INTERFACE ARCVImage)
 
 if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/Image/Image_test.cc)
   ar_add_test(cv_image_test
-    SOURCES src/Image/Image_test.cc src/Image/ArrayView_test.cc
+    SOURCES src/Image/Image_test.cc
     DEPS ARCVImage)
 endif()
