@@ -41,6 +41,16 @@ class CameraModelTest : public ::testing::Test {
 using Precisions = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(CameraModelTest, Precisions);
 
+TEST(AutoDiffTest, EveryOperationMatchesTheHandDerivative) {
+  // f = (x*x + 3) / (x - 0.5) - sqrt(x) * atan(x) + tan(x) - 2 / x, with f' written out by hand.
+  const double x = 0.9;
+  const AD v(x, 0.25), y = (v * v + 3.0) / (v - 0.5) - sqrt(v) * atan(v) + tan(v) - 2.0 / v;
+  const double df = (x * x - x - 3) / ((x - 0.5) * (x - 0.5)) - std::atan(x) / (2 * std::sqrt(x)) -
+                    std::sqrt(x) / (1 + x * x) + 1 / (std::cos(x) * std::cos(x)) + 2 / (x * x);
+  EXPECT_NEAR(y.derivative(), 0.25 * df, 1e-12);  // the seed scales the derivative
+  EXPECT_EQ(sqrt(AD(0.0, 1.0)).derivative(), 0.0);
+}
+
 TEST(DistortionModelTest, NamesAndCoefficientCounts) {
   const char* names[] = {"LINEAR", "RADIAL_2_PARAMETERS", "RADIAL_3_PARAMETERS", "RADIAL_6_PARAMETERS",
                          "FISHEYE_1_PARAMETER", "FISHEYE_4_PARAMETERS"};
