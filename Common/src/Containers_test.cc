@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "AR/Common/Map.h"
 #include "AR/Common/SmallVector.h"
 #include "AR/Common/Vector.h"
 #include "LogCapture.h"
@@ -27,18 +26,6 @@ TYPED_TEST(VectorTest, InsertsErasesAndPushesItsOwnElementWhileGrowing) {
   std::string joined;
   for (const std::string& s : v) joined += s[0];
   EXPECT_EQ(joined, "hdfh");
-}
-
-TEST(Map, KeepsKeysSortedAndFindsByBisection) {
-  Map<int, int, VectorGrowConstant<2>> map;
-  for (int key : {5, 1, 9, 3, 7}) map.insert(key, key * 10);
-  EXPECT_FALSE(map.insert(3, 0).second);
-  std::string keys;
-  for (const auto& item : map) keys += std::to_string(item.first);
-  EXPECT_EQ(keys, "13579");
-  map.erase(map.find(5));
-  EXPECT_EQ(map.find(5), map.end());
-  EXPECT_EQ(map.lower_bound(4)->second, 70);
 }
 
 TEST(SmallVector, ReportsPushesBeyondItsCapacity) {
