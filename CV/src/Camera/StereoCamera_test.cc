@@ -9,8 +9,7 @@
 
 #include "LogCapture.h"
 
-namespace AR {
-namespace CV {
+namespace AR::CV {
 namespace {
 
 using AR::Test::LogCapture;
@@ -52,27 +51,20 @@ FullStereoCameraCalibration<PREC> makeRig(const std::vector<const char*>& names)
   return rig;
 }
 
-TEST(CamImageIdTest, SeventyCharacterNameKeepsSixtyFourUnterminated) {
+TEST(CamImageIdTest, SeventyCharacterNamesAndHashEquality) {
   LogCapture log;
-  const CamImageId id(std::string(70, 'x').c_str());
-  EXPECT_EQ(log.countContaining(assertText("len < fixedLengthString.size()")), 1u);
-  EXPECT_EQ(std::string(id.getName()), std::string(64, 'x'));
-  EXPECT_EQ(log.countContaining(
-                assertText("strnlen(fixedLengthString.data(), fixedLengthString.size()) < fixedLengthString.size()")),
-            1u);
-  log.clear();
   EXPECT_EQ(CamImageId(std::string(63, 'a').c_str()).getNameStr(), std::string(63, 'a'));
   EXPECT_TRUE(log.messages().empty());
-}
-
-TEST(CamImageIdTest, EqualityIsByHashAndIndexNames) {
-  // Names that differ only beyond the 64 kept characters hash alike.
-  LogCapture log;
-  EXPECT_TRUE(CamImageId((std::string(64, 'c') + "-1").c_str()) == CamImageId((std::string(64, 'c') + "-2").c_str()));
+  // Cut to 64 characters without a terminator: reported, and reported again on reading.
+  const CamImageId id(std::string(70, 'x').c_str());
+  EXPECT_EQ(std::string(id.getName()), std::string(64, 'x'));
+  EXPECT_EQ(log.countContaining(assertText("len < fixedLengthString.size()")), 1u);
+  EXPECT_EQ(log.countContaining(assertText(
+                "strnlen(fixedLengthString.data(), fixedLengthString.size()) < fixedLengthString.size()")), 1u);
+  // Names that differ only beyond the kept characters hash alike, and ids compare by hash.
+  EXPECT_TRUE(CamImageId((std::string(70, 'x') + "-other").c_str()) == id);
   EXPECT_FALSE(CamImageId("left") == CamImageId("right"));
-  EXPECT_EQ(cameraIdToString(0), "left");
-  EXPECT_EQ(cameraIdToString(1), "right");
-  EXPECT_EQ(cameraIdToString(17), "cam17");
+  EXPECT_TRUE(cameraIdToString(0) == "left" && cameraIdToString(1) == "right" && cameraIdToString(17) == "cam17");
 }
 
 template <typename PREC>
@@ -80,20 +72,7 @@ class FullCameraTest : public ::testing::Test {};
 using Precisions = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(FullCameraTest, Precisions);
 
-TYPED_TEST(FullCameraTest, InitKeepsRollingShutterCaptureAndTimeData) {
-  using PREC = TypeParam;
-  const CaptureDetails details{1280, 960, 1, 2, 3, -3, 2, 2};
-  FullCamera<PREC> camera;
-  ASSERT_TRUE(camera.init(makeModel<PREC>(), {}, CamImageId("right"), true, PREC(2.5e-5), details, 0.125));
-  EXPECT_TRUE(camera.isInitialized());
-  const auto& rs = camera.getRSCorrector();
-  EXPECT_TRUE(rs.isRollingShutter && rs.lineTime == PREC(2.5e-5) && rs.referenceRow == PREC(240));
-  EXPECT_EQ(rs.velocities.size(), 1u);
-  EXPECT_EQ(camera.getCaptureDetails(), details);
-  EXPECT_EQ(camera.getDelta(), 0.125);
-}
-
-TYPED_TEST(FullCameraTest, InitialisedNeedsANameAndValidIntrinsics) {
+TYPED_TEST(FullCameraTest, EmptyIdIsNeverInitialised) {
   FullCamera<TypeParam> unnamed;
   LogCapture log;
   EXPECT_TRUE(initCamera(unnamed, ""));
@@ -101,15 +80,6 @@ TYPED_TEST(FullCameraTest, InitialisedNeedsANameAndValidIntrinsics) {
   EXPECT_FALSE(unnamed.isInitialized());
   // Storing the pose, the final check of init and the getter above each report it.
   EXPECT_EQ(log.countContaining(assertText("isInitialized()")), 3u);
-
-  auto model = makeModel<TypeParam>();
-  model.focalLength(0) = TypeParam(-1);
-  FullCamera<TypeParam> rejected;
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(initCamera(rejected, "bad", model));
-  testing::internal::GetCapturedStdout();
-  EXPECT_FALSE(rejected.isInitialized());
-  EXPECT_EQ(rejected.getNameStr(), "bad");
 }
 
 TYPED_TEST(FullCameraTest, ReinitialisingACopyLeavesTheOriginalsIntrinsics) {
@@ -163,27 +133,21 @@ TYPED_TEST_SUITE(RigTest, Precisions);
 TYPED_TEST(RigTest, PlaceholderIds) {
   FullStereoCameraCalibration<TypeParam> rig;
   EXPECT_FALSE(rig.isInitialized());
-  for (size_t count : {3, 2, 4}) rig.setupEmptyCalibrationWithDefaultIds(count);
+  for (size_t count : {3, 2, 4}) rig.setupEmptyCalibrationWithDefaultIds(count);  // the 2 changes nothing
   ASSERT_EQ(rig.size(), 4u);
   for (size_t i = 0; i < 4; ++i) EXPECT_EQ(rig[i].getNameStr(), "default_cam_" + std::to_string(i));
   EXPECT_TRUE(rig.noCameraIdsProvided(Ids()));
   EXPECT_TRUE(rig.noCameraIdsProvided(Ids{CamImageId("left"), CamImageId("default_cam_7")}));
   EXPECT_FALSE(rig.noCameraIdsProvided(Ids{CamImageId("left"), CamImageId("my_default_cam_1")}));
-}
 
-TYPED_TEST(RigTest, TrySetupEmptyCalibrationFillsOnlyAnEmptyRig) {
-  FullStereoCameraCalibration<TypeParam> rig;
+  // Ids fill an empty rig; a rig that has cameras only reports the ids it lacks.
+  FullStereoCameraCalibration<TypeParam> named;
   LogCapture log;
-  rig.trySetupEmptyCalibration(Ids{CamImageId("b"), CamImageId("a")});
-  ASSERT_EQ(rig.size(), 2u);
-  EXPECT_EQ(rig[0].getNameStr(), "b");
-  EXPECT_TRUE(log.messages().empty());
-  // Not empty: nothing added, each missing id reported.
-  rig.trySetupEmptyCalibration(Ids{CamImageId("a"), CamImageId("c"), CamImageId("d")});
-  EXPECT_EQ(rig.size(), 2u);
-  EXPECT_EQ(log.countContaining(assertText("find_if(this->begin(), this->end(), [&camId](const FullCamera<PREC> & "
-                                           "cam){ return cam.getCamId() == camId; }) != this->end()")),
-            2u);
+  named.trySetupEmptyCalibration(Ids{CamImageId("b"), CamImageId("a")});
+  named.trySetupEmptyCalibration(Ids{CamImageId("a"), CamImageId("c")});
+  EXPECT_TRUE(named.size() == 2u && named[0].getNameStr() == "b");
+  EXPECT_EQ(log.countContaining(assertText("find_if(this->begin(), this->end(), [&camId](const FullCamera<PREC> & cam){ "
+                                           "return cam.getCamId() == camId; }) != this->end()")), 1u);
 }
 
 TYPED_TEST(RigTest, SelectCamerasKeepsTheRigOrder) {
@@ -234,5 +198,4 @@ TYPED_TEST(RigTest, StaleIdCacheIsReported) {
 }
 
 }  // namespace
-}  // namespace CV
-}  // namespace AR
+}  // namespace AR::CV
