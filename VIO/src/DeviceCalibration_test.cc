@@ -139,8 +139,7 @@ TEST(DeviceToStereoCalibrationTest, FrameParams) {
   DeviceFrameParams frame;
   ASSERT_TRUE(convert(device, rig, frame, 77.0f));
   const float* f = frame.values;
-  const Vec3d t0 = -(RecordRig::rotationOf(device.cameras[0].pose.orientation).transpose() *
-                     RecordRig::positionOf(device.cameras[0].pose));
+  const Vec3d t0 = -(RecordRig::rotationOf(device.cameras[0].pose.orientation).transpose() * RecordRig::positionOf(device.cameras[0].pose));
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(f[i] == float(device.headerVectorD[i]) && f[3 + i] == float(device.headerVectorB[i]) &&
                 f[6 + i] == float(device.headerVectorC[i]) && f[9 + i] == float(device.headerVectorA[i]))
@@ -159,8 +158,7 @@ TEST(DeviceToStereoCalibrationTest, ARejectedCameraFailsTheConversionButNotTheOt
   AR::CV::FullStereoCameraCalibration<float> rig;
   DeviceFrameParams frame;
   EXPECT_FALSE(convert(device, rig, frame));
-  ASSERT_EQ(rig.size(), 2u);
-  EXPECT_TRUE(!rig[0].isInitialized() && rig[0].getNameStr() == "trackingA0" && rig[1].isInitialized());
+  EXPECT_TRUE(rig.size() == 2u && !rig[0].isInitialized() && rig[0].getNameStr() == "trackingA0" && rig[1].isInitialized());
 }
 
 }  // namespace

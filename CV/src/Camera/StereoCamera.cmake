@@ -16,8 +16,6 @@ foreach(_entry StereoCamera:camera CalibrationFile:file)
   endif()
 endforeach()
 if(TARGET cv_rig_file_test)
-  target_compile_definitions(cv_rig_file_test PRIVATE
-    AR_EXAMPLE_RIG="${PROJECT_SOURCE_DIR}/examples/example_rig.xml")
   # The shared record-rig test support supplies one realistic lens per model.
   target_include_directories(cv_rig_file_test PRIVATE ${PROJECT_SOURCE_DIR}/VIO/include)
 endif()
