@@ -4,7 +4,10 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
+#include <vector>
 
+#include "AR/Math/MathDebugging.h"
 #include "AR/Math/Matrix.h"
 #include "LogCapture.h"
 
@@ -13,136 +16,104 @@ namespace Math {
 namespace {
 
 template <typename T>
-class VectorFunctionsTest : public ::testing::Test {
- protected:
-  // A few units in the last place of a value of order 1.
-  static T tolerance() { return T(8) * std::numeric_limits<T>::epsilon(); }
-};
+class VectorFunctionsTest : public ::testing::Test {};
 using Precisions = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(VectorFunctionsTest, Precisions);
 
-TYPED_TEST(VectorFunctionsTest, ProductsFollowTheRightHandRule) {
+TYPED_TEST(VectorFunctionsTest, ProductsNormsAndExactZeros) {
   using V = Vector<TypeParam, 3>;
-  const V x(1, 0, 0), y(0, 1, 0), z(0, 0, 1);
-  EXPECT_EQ(cross(x, y), z);
-  EXPECT_EQ(cross(y, z), x);
-  EXPECT_EQ(cross(z, x), y);
-  EXPECT_EQ(cross(y, x), -z);
-  const V a(1, -2, 3), b(4, 5, -6);
-  EXPECT_EQ(dot(a, b), TypeParam(-24));
-  EXPECT_EQ(dot(cross(a, b), a), TypeParam(0));
-  EXPECT_EQ(dot(cross(a, b), b), TypeParam(0));
-  EXPECT_EQ(norm(V(2, 3, 6)), TypeParam(7));
-  EXPECT_EQ(fabs(a), V(1, 2, 3));
-  EXPECT_EQ(fabs(TypeParam(-0.5)), TypeParam(0.5));
-}
-
-TYPED_TEST(VectorFunctionsTest, IsZeroOnlyForExactZeros) {
-  using V = Vector<TypeParam, 3>;
-  EXPECT_TRUE(isZero(V()));
+  EXPECT_TRUE(cross(V(1, 0, 0), V(0, 1, 0)) == V(0, 0, 1) &&
+              cross(V(0, 0, 1), V(0, 1, 0)) == V(-1, 0, 0));
+  EXPECT_EQ(fabs(V(1, -2, -0.5)), V(1, 2, 0.5));
   EXPECT_TRUE(isZero(V(0, -0.0, 0)));
   EXPECT_FALSE(isZero(V(0, 0, std::numeric_limits<TypeParam>::denorm_min())));
   EXPECT_FALSE(isZero(V(0, std::numeric_limits<TypeParam>::quiet_NaN(), 0)));
 }
 
-TYPED_TEST(VectorFunctionsTest, NormalizeAndUnitGiveUnitLength) {
+TYPED_TEST(VectorFunctionsTest, NormalizeAndUnitOrDieOnZeroLength) {
   using V = Vector<TypeParam, 4>;
   V v(3, 0, -4, 12);
   const V u = unit(v);
   normalize(v);
-  for (const V& w : {u, v}) {
-    EXPECT_NEAR(norm(w), TypeParam(1), this->tolerance());
-    EXPECT_NEAR(w(0), TypeParam(3) / 13, this->tolerance());
-    EXPECT_NEAR(w(3), TypeParam(12) / 13, this->tolerance());
-    EXPECT_EQ(w(1), TypeParam(0));
-  }
-  // Short vectors keep their direction as long as the squared length is normal.
-  Vector<TypeParam, 2> tiny(TypeParam(-1e-15), 0);
+  const TypeParam tol = 8 * std::numeric_limits<TypeParam>::epsilon();
+  for (const V& w : {u, v}) EXPECT_LT(norm(w - V(3, 0, -4, 12) * (TypeParam(1) / 13)), tol);
+  Vector<TypeParam, 2> tiny(TypeParam(-1e-15), 0);  // fine while the squared length is normal
   normalize(tiny);
   EXPECT_EQ(tiny, (Vector<TypeParam, 2>(-1, 0)));
-}
-
-TYPED_TEST(VectorFunctionsTest, NormalizingZeroLengthIsFatal) {
-  Vector<TypeParam, 3> zero;
+  Vector<TypeParam, 3> zero, underflow(std::numeric_limits<TypeParam>::min(), 0, 0);
   EXPECT_DEATH(normalize(zero),
                "length>0.*Math/include/AR/Math/internal/VectorFunctions.*AR::Math::normalize");
-  EXPECT_DEATH(unit(zero), "length>0.*Math/include/AR/Math/internal/VectorFunctions.*AR::Math::unit");
-  Vector<TypeParam, 3> nan(std::numeric_limits<TypeParam>::quiet_NaN(), 0, 0);
-  EXPECT_DEATH(normalize(nan), "length>0");
-  // The squared length underflows to 0: no direction can be recovered.
-  Vector<TypeParam, 3> underflow(std::numeric_limits<TypeParam>::min(), 0, 0);
-  EXPECT_DEATH(normalize(underflow), "length>0");
+  EXPECT_DEATH(unit(zero), "length>0.*AR::Math::unit");
+  EXPECT_DEATH(normalize(underflow), "length>0");  // no direction can be recovered
 }
 
-TYPED_TEST(VectorFunctionsTest, PerpendicularIsTheNearestUnitVectorOrthogonalToV) {
+TYPED_TEST(VectorFunctionsTest, PerpendicularIsNearestToTOrFallsBackWhenTIsParallel) {
   using V = Vector<TypeParam, 3>;
   const V p = perpendicular(V(0, 0, 1), V(3, 4, 5));
-  const TypeParam tol = this->tolerance();
-  EXPECT_NEAR(p(0), TypeParam(0.6), tol);
-  EXPECT_NEAR(p(1), TypeParam(0.8), tol);
-  EXPECT_EQ(p(2), TypeParam(0));
-  const V v = unit(V(1, 2, 2));
-  const V q = perpendicular(v, V(0.5, -1, 3));
-  EXPECT_NEAR(norm(q), TypeParam(1), tol);
-  EXPECT_NEAR(dot(q, v), TypeParam(0), tol);
-}
-
-TYPED_TEST(VectorFunctionsTest, PerpendicularFallsBackWhenTIsParallel) {
-  using V = Vector<TypeParam, 3>;
-  // v(0) == 0: the fallback is (1,0,0), already perpendicular to v.
-  EXPECT_EQ(perpendicular(V(0, 0, 1), V(0, 0, 5)), V(1, 0, 0));
-  EXPECT_EQ(perpendicular(V(0, 1, 0), V(0, -2, 0)), V(1, 0, 0));
-  // v(0) != 0: the fallback is (0,1,0), projected off v.
-  EXPECT_EQ(perpendicular(V(1, 0, 0), V(3, 0, 0)), V(0, 1, 0));
-  EXPECT_EQ(perpendicular(V(-1, 0, 0), V()), V(0, 1, 0));
-  EXPECT_EQ(perpendicular(V(0, -1, 0), V(0, 0.25, 0)), V(1, 0, 0));
-}
-
-TYPED_TEST(VectorFunctionsTest, PerpendicularOfANonUnitVIsFatal) {
-  using V = Vector<TypeParam, 3>;
-  // A short v removes too little of t, so the result still leans along v and
-  // fails the orthogonality check. A long v overshoots and the result leans
-  // against v, which the signed check lets pass.
+  EXPECT_LT(norm(p - V(0.6, 0.8, 0)), 8 * std::numeric_limits<TypeParam>::epsilon());
+  EXPECT_EQ(perpendicular(V(0, 0, 1), V(0, 0, 5)), V(1, 0, 0));  // v(0) == 0: (1,0,0)
+  EXPECT_EQ(perpendicular(V(1, 0, 0), V(3, 0, 0)), V(0, 1, 0));  // else (0,1,0)
+  EXPECT_EQ(perpendicular(V(0, -1, 0), V()), V(1, 0, 0));
+  // A short v leaves the result leaning along v; a long one passes the signed check.
   EXPECT_DEATH(perpendicular(V(0.5, 0, 0), V(1, 1, 0)),
                "dot\\(v, perpendicular\\) < 1e-4.*Math/include/AR/Math/internal/VectorFunctions.*"
                "AR::Math::perpendicular");
-  const V p = perpendicular(V(2, 0, 0), V(1, 1, 0));
-  EXPECT_LT(dot(V(2, 0, 0), p), TypeParam(0));
+  EXPECT_LT(dot(V(2, 0, 0), perpendicular(V(2, 0, 0), V(1, 1, 0))), TypeParam(0));
 }
 
-TEST(VectorToString, PrintsElementsWithStandardConversion) {
+TEST(VectorText, ToStringAndCheckedDynamicAccessWhereOutOfRangeChangesNothing) {
   EXPECT_EQ(to_string(Vec2I(-3, 17)), "(-3,17)");
-  EXPECT_EQ(to_string(Vec2F(0.5f, -1e-7f)), "(0.500000,-0.000000)");
   EXPECT_EQ(to_string(Vec3F(0.f, 1.f, -2.5f)), "(0.000000,1.000000,-2.500000)");
-  EXPECT_EQ(to_string(Vec3D(1e6, 0.1234567, 2)), "(1000000.000000,0.123457,2.000000)");
-}
-
-TEST(DynamicSize, ElementAccessIsChecked) {
   AR::Test::LogCapture log;
   VecXD v(3, 1.5);
-  v(2) = -4;
-  EXPECT_EQ(v[2], -4.0);
-  EXPECT_TRUE(log.messages().empty());
-  // Out of range: reported, reads 0, writes go nowhere.
   v(3) = 7;
-  EXPECT_EQ(v(5), 0.0);
-  EXPECT_EQ(VecXF()(0), 0.f);  // an empty vector has no valid index at all
-  EXPECT_EQ(log.countContaining("AR_ASSERT i<this->size() Math/include/AR/Math/Vector("), 3u);
-  VecXD expected(3, 1.5);
-  expected(2) = -4;
-  EXPECT_EQ(v, expected);  // the out-of-range write changed nothing
-
-  log.clear();
+  EXPECT_EQ(v(5) + VecXD()(0), 0.0);
+  EXPECT_EQ(v, VecXD(3, 1.5));
   MatrixXF m(2, 3);
   m(1, 2) = 5.f;
   EXPECT_EQ(m.data()[5], 5.f);  // row-major
   m(2, 0) = 9.f;
   EXPECT_EQ(m(0, 3), 0.f);
+  EXPECT_EQ(log.countContaining("AR ERROR: AR_ASSERT i<this->size() Math/include/AR/Math/Vector("),
+            3u);
   EXPECT_EQ(log.countContaining("AR_ASSERT nRow<this->rows() Math/include/AR/Math/Matrix("), 1u);
   EXPECT_EQ(log.countContaining("AR_ASSERT nCol<this->cols() Math/include/AR/Math/Matrix("), 1u);
-  MatrixXF expectedM(2, 3);
-  expectedM(1, 2) = 5.f;
-  EXPECT_EQ(m, expectedM);
+}
+
+TYPED_TEST(VectorFunctionsTest, IsGoodNumBoundsAreTheFloatConstantsInBothPrecisions) {
+  using T = TypeParam;
+  using L = std::numeric_limits<T>;
+  const T big = T(1e15f), tiny = T(1e-30f);  // 999999986991104 and just above 1e-30
+  const struct {
+    T x;
+    bool good, goodIfTinyAllowed;
+  } cases[] = {{0, true, true}, {-big, true, true}, {tiny, true, true},
+               {std::nextafter(big, L::infinity()), false, false}, {L::quiet_NaN(), false, false},
+               {-L::infinity(), false, false}, {std::nextafter(-tiny, T(0)), false, true},
+               {L::denorm_min(), false, true}};
+  AR::Test::LogCapture log;
+  for (const auto& c : cases) {
+    EXPECT_EQ(isGoodNum(c.x, false), c.good) << c.x;
+    EXPECT_EQ(isGoodNum(c.x, true), c.goodIfTinyAllowed) << c.x;
+  }
+  EXPECT_EQ(log.countContaining(" is nan or inf or denormal or uninitialised"), 8u);
+}
+
+TEST(MathDebugging, BadValuesAreLoggedInHexadecimalWithTheFirstBadElement) {
+  AR::Test::LogCapture log;
+  EXPECT_FALSE(isGoodNum(1e16f, false));
+  EXPECT_FALSE(isGoodVector(Vec2D(1e16, 0), false));
+  EXPECT_FALSE(isGoodVector(Vec2F(1e-31f, 1.f), false));
+  const float inf = std::numeric_limits<float>::infinity();
+  EXPECT_FALSE(isGoodVector(Vec4F(1.f, 2.f, std::nanf(""), inf), true));  // stops at the NaN
+  const std::string bad = " is nan or inf or denormal or uninitialised\n";
+  EXPECT_EQ(
+      log.messages(),
+      (std::vector<std::string>{
+          "AR ERROR: Bad float: 0x1.1c3794p+53" + bad,
+          "AR ERROR: Bad float: 0x1.1c37937e08p+53" + bad, "AR ERROR: (element 0 in vector)\n",
+          "AR ERROR: Bad float: 0x1.039d66p-103" + bad, "AR ERROR: (element 0 in vector)\n",
+          "AR ERROR: Bad float: nan" + bad, "AR ERROR: (element 2 in vector)\n"}));
 }
 
 }  // namespace
