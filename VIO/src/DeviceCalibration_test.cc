@@ -58,29 +58,24 @@ void putAt(std::vector<unsigned char>& bytes, size_t offset, T value) {
 
 TEST(DeviceRecordLayoutTest, FieldsSitAtTheirByteOffsets) {
   std::vector<unsigned char> bytes(sizeof(DeviceCalibrationMRV), 0xAB);
-  const size_t headerAt[4] = {200, 240, 272, 312};  // A[0], B[2], C[0], D[2]
-  for (size_t i = 0; i < 4; ++i) putAt(bytes, headerAt[i], 1.0 + i);
   const size_t cam = 880 + 312;  // second camera slot
+  // Header vectors A[0], B[2], C[0], D[2]; then cx .. noise y; then the pose.
+  const size_t doubleAt[] = {200, 240, 272, 312, cam + 72, cam + 88, cam + 104, cam + 144, cam + 152, cam + 176,
+                             cam + 192, cam + 216, cam + 224, cam + 240};
+  for (size_t i = 0; i < 14; ++i) putAt(bytes, doubleAt[i], 100.0 + i);
   putAt(bytes, 872, uint32_t{2});
-  putAt(bytes, cam + 64, int32_t{1280});
   putAt(bytes, cam + 68, int32_t{-7});
-  for (size_t i = 0; i < 14; ++i) putAt(bytes, cam + 72 + 8 * i, 100.0 + i);  // cx .. noise y
   putAt(bytes, cam + 184, int32_t{4});
-  for (size_t i = 0; i < 7; ++i) putAt(bytes, cam + 192 + 8 * i, 114.0 + i);  // the pose
   putAt(bytes, cam + 304, int64_t{-99});
 
   DeviceCalibrationMRV d;
   std::memcpy(&d, bytes.data(), sizeof(d));
-  const double header[4] = {d.headerVectorA[0], d.headerVectorB[2], d.headerVectorC[0], d.headerVectorD[2]};
-  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(header[i], 1.0 + i) << "header vector " << i;
   const CameraCalibrationMRV& c = d.cameras[1];
-  const XrPosedMRV_t& p = c.pose;
-  const double read[] = {c.cx, c.cy, c.fx, c.fy, c.k[0], c.k[1], c.k[2], c.k[3], c.k[4], c.k[5], c.p[0], c.p[1],
-                         c.noiseX, c.noiseY, p.orientation.x, p.orientation.y, p.orientation.z, p.orientation.w,
-                         p.position.x, p.position.y, p.position.z};
-  for (size_t i = 0; i < 21; ++i) EXPECT_EQ(read[i], 100.0 + i) << "double field " << i;
-  EXPECT_TRUE(d.num_cameras == 2u && c.width == 1280 && c.height == -7 && c.distortionModel == 4);
-  EXPECT_EQ(c.cameraIntegerField, -99);
+  const double read[] = {d.headerVectorA[0], d.headerVectorB[2], d.headerVectorC[0], d.headerVectorD[2],
+                         c.cx, c.fx, c.k[0], c.k[5], c.p[0], c.noiseY, c.pose.orientation.x, c.pose.orientation.w,
+                         c.pose.position.x, c.pose.position.z};
+  for (size_t i = 0; i < 14; ++i) EXPECT_EQ(read[i], 100.0 + i) << "double field " << i;
+  EXPECT_TRUE(d.num_cameras == 2u && c.height == -7 && c.distortionModel == 4 && c.cameraIntegerField == -99);
   EXPECT_EQ(c.reserved0[0], 0xAB);  // unread regions keep the caller's bytes
 }
 
@@ -100,7 +95,8 @@ TEST(DeviceToStereoCalibrationTest, OnlyTheRelativePoseAndTheIntrinsicsCount) {
   // device frame, and the (unread) noise fields change.
   const XrQuaterniondMRV_t qM{-0.2, 0.35, 0.1, 0.9};
   for (CameraCalibrationMRV& cam : moved.cameras) {
-    const Vec3d t = RecordRig::rotationOf(cam.pose.orientation) * Vec3d(1.5, -0.3, 0.25) + RecordRig::positionOf(cam.pose);
+    const Vec3d t = RecordRig::rotationOf(cam.pose.orientation) * Vec3d(1.5, -0.3, 0.25) +
+                    RecordRig::positionOf(cam.pose);
     cam.pose = {multiply(cam.pose.orientation, qM), {t(0), t(1), t(2)}};
     cam.noiseX = 100.0;
     cam.noiseY = std::numeric_limits<double>::quiet_NaN();
@@ -139,7 +135,8 @@ TEST(DeviceToStereoCalibrationTest, FrameParams) {
   DeviceFrameParams frame;
   ASSERT_TRUE(convert(device, rig, frame, 77.0f));
   const float* f = frame.values;
-  const Vec3d t0 = -(RecordRig::rotationOf(device.cameras[0].pose.orientation).transpose() * RecordRig::positionOf(device.cameras[0].pose));
+  const XrPosedMRV_t& T0 = device.cameras[0].pose;
+  const Vec3d t0 = -(RecordRig::rotationOf(T0.orientation).transpose() * RecordRig::positionOf(T0));
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(f[i] == float(device.headerVectorD[i]) && f[3 + i] == float(device.headerVectorB[i]) &&
                 f[6 + i] == float(device.headerVectorC[i]) && f[9 + i] == float(device.headerVectorA[i]))
@@ -158,7 +155,8 @@ TEST(DeviceToStereoCalibrationTest, ARejectedCameraFailsTheConversionButNotTheOt
   AR::CV::FullStereoCameraCalibration<float> rig;
   DeviceFrameParams frame;
   EXPECT_FALSE(convert(device, rig, frame));
-  EXPECT_TRUE(rig.size() == 2u && !rig[0].isInitialized() && rig[0].getNameStr() == "trackingA0" && rig[1].isInitialized());
+  EXPECT_TRUE(rig.size() == 2u && !rig[0].isInitialized() && rig[0].getNameStr() == "trackingA0" &&
+              rig[1].isInitialized());
 }
 
 }  // namespace

