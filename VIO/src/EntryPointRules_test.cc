@@ -10,24 +10,14 @@ constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
 
 TEST(TruncateToInteger, RefusesWhatACastWouldLeaveUndefined) {
-  struct Case {
-    float value;
-    bool okInt32;
-    int32_t int32;
-    bool okUint32;
-    uint32_t uint32;
-  };
-  const Case cases[] = {{3.7f, true, 3, true, 3},
-                        {-0.99f, true, 0, true, 0},
-                        {-1.0f, true, -1, false, 0},
-                        {2147483520.0f, true, 2147483520, true, 2147483520u},  // below 2^31
-                        {2147483648.0f, false, 0, true, 2147483648u},
-                        {-2147483648.0f, true, INT32_MIN, false, 0},
-                        {-2147483904.0f, false, 0, false, 0},  // the next float below -2^31
-                        {4294967040.0f, false, 0, true, 4294967040u},
-                        {4294967296.0f, false, 0, false, 0},
-                        {kNaN, false, 0, false, 0},
-                        {-kInf, false, 0, false, 0}};
+  struct Case { float value; bool okInt32; int32_t int32; bool okUint32; uint32_t uint32; };
+  const Case cases[] = {
+      {3.7f, true, 3, true, 3}, {-0.99f, true, 0, true, 0}, {-1.0f, true, -1, false, 0},
+      {2147483520.0f, true, 2147483520, true, 2147483520u},  // the largest float below 2^31
+      {2147483648.0f, false, 0, true, 2147483648u}, {-2147483648.0f, true, INT32_MIN, false, 0},
+      {-2147483904.0f, false, 0, false, 0},  // the next float below -2^31
+      {4294967040.0f, false, 0, true, 4294967040u}, {4294967296.0f, false, 0, false, 0},
+      {kNaN, false, 0, false, 0}, {-kInf, false, 0, false, 0}};
   for (const Case& c : cases) {
     int32_t i = 12345;
     uint32_t u = 12345;
@@ -39,28 +29,23 @@ TEST(TruncateToInteger, RefusesWhatACastWouldLeaveUndefined) {
 }
 
 TEST(MapExtent, ExactWriteBoundFloatProductForTheCheckAndEmptyWhenUnrepresentable) {
-  struct Case {
-    float width, height;
-    int w, h;
-    size_t numFloats;
-    uint32_t mapBufferSize;
-  };
+  struct Case { float width, height; int w, h; size_t numFloats; uint32_t mapBufferSize; };
   const Case cases[] = {
       {640.0f, 480.0f, 640, 480, 307200, 307200},
       {10.5f, 3.9f, 10, 3, 30, 40},  // 10.5 * 3.9 = 40.95
       // 4097 x 4097 = 16785409 is not a float: the logged comparison uses the
       // rounded product, every write bound the exact one.
       {4097.0f, 4097.0f, 4097, 4097, 16785409, 16785408},
-      {kNaN, 480.0f, 0, 0, 0, 0},       {640.0f, -2.0f, 0, 0, 0, 0},
-      {kInf, 1.0f, 0, 0, 0, 0},         {3e9f, 1.0f, 0, 0, 0, 0},
+      {kNaN, 480.0f, 0, 0, 0, 0}, {640.0f, -2.0f, 0, 0, 0, 0}, {kInf, 1.0f, 0, 0, 0, 0}, {3e9f, 1.0f, 0, 0, 0, 0},
       {70000.0f, 70000.0f, 0, 0, 0, 0},  // the product overflows uint32
       {1073741824.0f, 1.0f, 0, 0, 0, 0}};  // a 2^30-pixel row has no uint32 stride
   for (const Case& c : cases) {
     const VIO::MapExtent e = VIO::mapExtentOf(AR::Math::Vector<float, 2>(c.width, c.height));
-    EXPECT_EQ(e.valid, c.numFloats > 0) << c.width << " x " << c.height;
-    EXPECT_EQ(e.size, AR::Math::Vec2I(c.w, c.h)) << c.width << " x " << c.height;
-    EXPECT_EQ(e.numFloats, c.numFloats) << c.width << " x " << c.height;
-    EXPECT_EQ(e.mapBufferSize, c.mapBufferSize) << c.width << " x " << c.height;
+    SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);
+    EXPECT_EQ(e.valid, c.numFloats > 0);
+    EXPECT_EQ(e.size, AR::Math::Vec2I(c.w, c.h));
+    EXPECT_EQ(e.numFloats, c.numFloats);
+    EXPECT_EQ(e.mapBufferSize, c.mapBufferSize);
   }
 }
 

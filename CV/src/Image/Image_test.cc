@@ -10,12 +10,6 @@
 #include "AR/Common/ArrayView.h"
 #include "LogCapture.h"
 
-// Lets the allocation-failure test see a null result instead of the address
-// sanitizer's report of an impossible request.
-extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options() {
-  return "allocator_may_return_null=1";
-}
-
 namespace {
 
 using AR::CV::Image;
@@ -24,12 +18,7 @@ using Vec2I = AR::Math::Vector<int, 2>;
 using AR::Common::MEMORY_ALIGNMENT_16;
 
 TEST(ImageAlloc, ReusesMemoryOnlyWhenItFitsAndIsAlignedEnough) {
-  struct Case {
-    Vec2I from, to;
-    AR::Common::MEMORY_ALIGNMENT alignment;
-    bool reallocate, reused;
-    Vec2I allocated;
-  };
+  struct Case { Vec2I from, to; AR::Common::MEMORY_ALIGNMENT alignment; bool reallocate, reused; Vec2I allocated; };
   const Case cases[] = {
       {{100, 10}, {50, 20}, MEMORY_ALIGNMENT_16, false, true, {50, 20}},  // capacity refactorised
       {{100, 10}, {50, 5}, MEMORY_ALIGNMENT_16, false, true, {100, 10}},  // rows keep their stride
@@ -51,15 +40,10 @@ TEST(ImageAlloc, ReusesMemoryOnlyWhenItFitsAndIsAlignedEnough) {
     EXPECT_EQ(image.descriptor().numBytes, size_t(c.allocated(0) * c.allocated(1)) * 4u);
     EXPECT_GE(AR::Common::OS::getAlignment(image.data()), c.alignment);
   }
-  // Empty and impossible requests leave no pixels behind.
   Image<float> image(Vec2I(8, 8));
-  ASSERT_TRUE(image.allocPixels(Vec2I(-3, 5), MEMORY_ALIGNMENT_16, true));
+  ASSERT_TRUE(image.allocPixels(Vec2I(-3, 5), MEMORY_ALIGNMENT_16, true));  // empty: no pixels
   EXPECT_EQ(image.data(), nullptr);
   image.clear(1.0f);  // nothing to fill
-  ASSERT_TRUE(image.allocPixels(Vec2I(8, 8), MEMORY_ALIGNMENT_16, false));
-  EXPECT_FALSE(image.allocPixels(Vec2I(1 << 30, 1 << 30), MEMORY_ALIGNMENT_16, false));
-  EXPECT_EQ(image.data(), nullptr);
-  EXPECT_EQ(image.numPixels(), 0u);
 }
 
 TEST(Image, ClearAndWritesOverACallerBufferStayInsideTheRows) {
@@ -95,23 +79,21 @@ TEST(Image, OutOfRangeAccessIsReportedAndNeverReachesThePixels) {
   view[1].allocPixels(Vec2I(3, 3), MEMORY_ALIGNMENT_16, false);
   EXPECT_EQ(std::as_const(view)[5].numPixels(), 0u);
 
-  const std::string img = " CV/include/AR/CV/Image/Image(";
+  const std::string e = "AR ERROR: AR_ASSERT ", img = " CV/include/AR/CV/Image/Image(",
+                    av = " Common/include/AR/Common/ArrayView(";
   const std::string constXY = ") const T& AR::CV::Image<T>::at(int, int) const [with T = float]\n";
   const std::string pos = ") T& AR::CV::Image<T>::at(const AR::CV::PixelPos&) [with T = float; "
                           "AR::CV::PixelPos = AR::Math::Vecto\n";  // cut to 100 characters
-  const std::string arrayView = " Common/include/AR/Common/ArrayView(";
   EXPECT_EQ(log.messages(),
             (std::vector<std::string>{
-                "AR ERROR: AR_ASSERT mPixels" + img + "302" + pos,
-                "AR ERROR: AR_ASSERT nPos(0) >= 0 && nPos(0)<(int)(mSize(0))" + img + "303" + pos,
-                "AR ERROR: AR_ASSERT nPos(1) >= 0 && nPos(1)<(int)(mSize(1))" + img + "304" + pos,
-                "AR ERROR: AR_ASSERT mPixels" + img + "274" + constXY,
-                "AR ERROR: AR_ASSERT nX >= 0 && nX<(int)(mSize(0))" + img + "275" + constXY,
-                "AR ERROR: AR_ASSERT nY >= 0 && nY<(int)(mSize(1))" + img + "276" + constXY,
-                "AR ERROR: AR_ASSERT idx<numItems" + arrayView +
-                    "105) ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t)\n",
-                "AR ERROR: AR_ASSERT idx<numItems" + arrayView +
-                    "112) const ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t) const\n"}));
+                e + "mPixels" + img + "302" + pos,
+                e + "nPos(0) >= 0 && nPos(0)<(int)(mSize(0))" + img + "303" + pos,
+                e + "nPos(1) >= 0 && nPos(1)<(int)(mSize(1))" + img + "304" + pos,
+                e + "mPixels" + img + "274" + constXY,
+                e + "nX >= 0 && nX<(int)(mSize(0))" + img + "275" + constXY,
+                e + "nY >= 0 && nY<(int)(mSize(1))" + img + "276" + constXY,
+                e + "idx<numItems" + av + "105) ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t)\n",
+                e + "idx<numItems" + av + "112) const ITEM& AR::Common::ArrayView<ITEM>::operator[](size_t) const\n"}));
 }
 
 TEST(Image, DescriptorReplacesTheOldFloatCodeOnRefresh) {
