@@ -111,8 +111,8 @@ const char* const kLayouts[16] = {
     "AR WARNING: 2024-03-05 07:08:09: value 7\n",
     "AR WARNING: 2024-03-05 07:08:09: value 7\nVIO/src/StereoRectifyWrapper(42)\n",
     "AR WARNING: 2024-03-05 07:08:09: VIO::createMaps(): value 7\n",
-    "AR WARNING: 2024-03-05 07:08:09: VIO::createMaps() [42]: value 7\n"
-    "VIO/src/StereoRectifyWrapper(42)\n",
+    ("AR WARNING: 2024-03-05 07:08:09: VIO::createMaps() [42]: value 7\n"
+     "VIO/src/StereoRectifyWrapper(42)\n"),
 };
 
 TEST_F(LoggerTest, FlagsChooseTheLayoutOfFullAndShortForms) {
