@@ -13,15 +13,6 @@ using AR::CV::Image;
 using AR::Math::SO3;
 using AR::Test::LogCapture;
 
-/// The logged message; the function text is cut to its first 100 characters.
-std::string assertText(const std::string& condition, int line) {
-  const std::string function =
-      "void VIO::setupRectifyMap(const VIO::FullCamera &, bool, const VIO::FullCamera &, const VIO::SO3Pose &, "
-      "AR::Common::ArrayView<AR::CV::ImageFloat> &)";
-  return "AR ERROR: AR_ASSERT " + condition + " VIO/src/StereoRectify(" + std::to_string(line) + ") " +
-         function.substr(0, 100) + "\n";
-}
-
 /// A distortion-free camera at the rig origin, principal point in the centre.
 FullCamera<float> pinhole(float width, float height, float focal) {
   CamModel::CameraModel<float> model;
@@ -33,15 +24,13 @@ FullCamera<float> pinhole(float width, float height, float focal) {
   return camera;
 }
 
-/// X and Y maps of `width` x `height` (filled with 42 beforehand) through a view of `count` of them.
+/// The X and Y maps, `width` x `height`, of `target` from `source` through S.
 std::array<Image<float>, 2> build(const FullCamera<float>& source, const FullCamera<float>& target,
-                                  const SO3<float>& S, int width, int height, int count = 2) {
+                                  const SO3<float>& S, int width, int height) {
   std::array<Image<float>, 2> maps;
-  for (Image<float>& image : maps) {
+  for (Image<float>& image : maps)
     image.allocPixels(AR::Math::Vec2I(width, height), AR::Common::MEMORY_ALIGNMENT_DEFAULT, false);
-    image.clear(42.0f);
-  }
-  AR::Common::ArrayView<Image<float>> view(maps.data(), count);
+  AR::Common::ArrayView<Image<float>> view(maps.data(), 2);
   VIO::setupRectifyMap(source, true, target, S, view);
   return maps;
 }
@@ -61,26 +50,13 @@ TEST(SetupRectifyMap, FailedPixelsReuseThePreviousIdealPoint) {
   const FullCamera<float> camera = pinhole(200, 100, 10);
   LogCapture log;
   const auto maps = build(camera, camera, SO3<float>(), 200, 100);
-  EXPECT_GT(log.countContaining(assertText("success", 40)), 0u);
+  EXPECT_GT(log.countContaining("AR_ASSERT success VIO/src/StereoRectify(40) void VIO::setupRectifyMap("), 0u);
   // Row 50 succeeds for x = 11..189; the pixels after it, and the first ones
   // of the next row, repeat the last good entry.
   EXPECT_NEAR(maps[0].at(189, 50), 189.0f, 1e-3f);
   for (int x = 190; x < 200; ++x) EXPECT_EQ(maps[1].at(x, 50), maps[1].at(189, 50));
   for (int x = 0; x < 11; ++x) EXPECT_EQ(maps[0].at(x, 51), maps[0].at(189, 50));
   EXPECT_EQ(maps[0].at(0, 0), -1.0f);  // nothing precedes the very first pixel, which fails
-}
-
-TEST(SetupRectifyMap, WrongViewsAreReportedWithoutOverrun) {
-  const FullCamera<float> camera = pinhole(64, 48, 50);
-  LogCapture log;
-  const auto narrow = build(camera, camera, SO3<float>(), 32, 48);
-  EXPECT_NEAR(narrow[0].at(31, 47), 31.0f, 1e-3f);  // what fits is written
-  const auto single = build(camera, camera, SO3<float>(), 64, 48, 1);
-  EXPECT_NEAR(single[0].at(10, 20), 10.0f, 1e-3f);
-  EXPECT_EQ(single[1].at(10, 20), 42.0f);
-  for (const auto& [condition, line] :
-       {std::pair{"mapXY.size() == 2", 25}, {"mapXY[0].size() == size", 26}, {"mapXY[1].size() == size", 27}})
-    EXPECT_TRUE(log.has(assertText(condition, line))) << condition;
 }
 
 }  // namespace

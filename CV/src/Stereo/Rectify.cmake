@@ -8,13 +8,9 @@ ar_add_component(ARCVRectify
   DEPS ARCVStereoCamera ARCVCamera ARCameraModel ARMath ARCommon)
 target_link_libraries(ARCV INTERFACE ARCVRectify)
 
+# Target calibration, its self-checks and the midpoint triangulation they use.
 if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/Stereo/TargetCalibration_test.cc)
   ar_add_test(cv_rectify_target_test
     SOURCES src/Stereo/TargetCalibration_test.cc
-    DEPS ARCVRectify)
-endif()
-if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/Stereo/RectifyChecks_test.cc)
-  ar_add_test(cv_rectify_checks_test
-    SOURCES src/Stereo/RectifyChecks_test.cc
     DEPS ARCVRectify)
 endif()
