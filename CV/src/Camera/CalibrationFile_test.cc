@@ -7,6 +7,10 @@
 
 #include "RecordRig.h"
 
+namespace RecordRig {
+void PrintTo(const LensCase& lens, std::ostream* os) { *os << lens.name; }
+}  // namespace RecordRig
+
 namespace AR::CV {
 namespace {
 
