@@ -23,7 +23,7 @@ TEST(TruncateToInteger, RefusesWhatACastWouldLeaveUndefined) {
     uint32_t u = 12345;
     EXPECT_EQ(VIO::tryTruncateToInt32(c.value, i), c.okInt32) << c.value;
     EXPECT_EQ(VIO::tryTruncateToUint32(c.value, u), c.okUint32) << c.value;
-    EXPECT_EQ(i, c.int32) << c.value;
+    EXPECT_EQ(i, c.int32) << c.value;  // 0 when refused
     EXPECT_EQ(u, c.uint32) << c.value;
   }
 }
@@ -36,9 +36,10 @@ TEST(MapExtent, ExactWriteBoundFloatProductForTheCheckAndEmptyWhenUnrepresentabl
       // 4097 x 4097 = 16785409 is not a float: the logged comparison uses the
       // rounded product, every write bound the exact one.
       {4097.0f, 4097.0f, 4097, 4097, 16785409, 16785408},
-      {kNaN, 480.0f, 0, 0, 0, 0}, {640.0f, -2.0f, 0, 0, 0, 0}, {kInf, 1.0f, 0, 0, 0, 0}, {3e9f, 1.0f, 0, 0, 0, 0},
-      {70000.0f, 70000.0f, 0, 0, 0, 0},  // the product overflows uint32
-      {1073741824.0f, 1.0f, 0, 0, 0, 0}};  // a 2^30-pixel row has no uint32 stride
+      // Not representable: NaN, negative, infinite, beyond int32, a product beyond uint32, and a
+      // 2^30-pixel row, which has no uint32 stride.
+      {kNaN, 480.0f, 0, 0, 0, 0}, {640.0f, -2.0f, 0, 0, 0, 0}, {kInf, 1.0f, 0, 0, 0, 0},
+      {3e9f, 1.0f, 0, 0, 0, 0}, {70000.0f, 70000.0f, 0, 0, 0, 0}, {1073741824.0f, 1.0f, 0, 0, 0, 0}};
   for (const Case& c : cases) {
     const VIO::MapExtent e = VIO::mapExtentOf(AR::Math::Vector<float, 2>(c.width, c.height));
     SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);

@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <string>
 #include <vector>
 
 #include "AR/Math/SE3.h"
-#include "LogCapture.h"
 #include "RecordRig.h"
 
 namespace {
@@ -93,28 +91,10 @@ TEST_P(UndistortMapLens, SourcesLieOnTheVirtualRaysAndOutsideSourcesComeOnlyWhen
   }
   EXPECT_GT(numOutside, 0u);
   EXPECT_GT(numValid[1], size_t(kWidth * kHeight) / 2);  // a real lens covers most of its view
-  EXPECT_GE(numValid[2], numValid[1]);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     LensModels, UndistortMapLens, testing::ValuesIn(RecordRig::realisticLenses()),
     [](const testing::TestParamInfo<RecordRig::LensCase>& info) { return info.param.name; });
-
-TEST(UndistortMap, ViewMismatchesAndAFailedVirtualCameraAreReported) {
-  const Camera<float> camera = makeCamera(RecordRig::realisticLenses()[2]);
-  const std::string function = ") void VIO::setupUndistortMap(const VIO::IntrinsicCamera &, bool, float, "
-                               "AR::Common::ArrayView<AR::CV:\n";  // cut to 100 characters
-  AR::Test::LogCapture log;
-  std::array<Image<float>, 1> one{Image<float>(Vec2I(100, 50))};
-  AR::Common::ArrayView<Image<float>> view(one);
-  VIO::setupUndistortMap(camera, false, 1.0f, view);
-  MapPair maps;
-  VIO::setupUndistortMap(camera, true, 0.0f, maps.view);  // refused by the entry point, not here
-  for (const char* check : {"mapXY.size() == 2 VIO/src/StereoRectify(65", "mapXY[0].size() == size VIO/src/StereoRectify(66",
-                            "mapXY[1].size() == size VIO/src/StereoRectify(67", "success VIO/src/StereoRectify(64"})
-    EXPECT_TRUE(log.has("AR ERROR: AR_ASSERT " + std::string(check) + function)) << check;
-  for (int y = 0; y < kHeight; y += 7)
-    for (int x = 0; x < kWidth; x += 7) ASSERT_FALSE(maps.valid(x, y));
-}
 
 }  // namespace
