@@ -3,12 +3,36 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <limits>
 #include <string>
 #include <vector>
 
+#include "EntryPointRules.h"
 #include "LogCapture.h"
 
 namespace {
+
+TEST(MapExtent, ExactWriteBoundFloatProductForTheCheckAndEmptyWhenUnrepresentable) {
+  struct Case { float width, height; int w, h; size_t numFloats; uint32_t mapBufferSize; };
+  const Case cases[] = {
+      {640.0f, 480.0f, 640, 480, 307200, 307200},
+      {10.5f, 3.9f, 10, 3, 30, 40},  // 10.5 * 3.9 = 40.95
+      // 4097 x 4097 is not a float: the logged check uses the rounded product, writes the exact one.
+      {4097.0f, 4097.0f, 4097, 4097, 16785409, 16785408},
+      // Refused instead of converted: NaN, negative, infinite, 2^31 (beyond int32), a product beyond
+      // uint32, and a 2^30-pixel row, which has no uint32 stride.
+      {std::numeric_limits<float>::quiet_NaN(), 480.0f, 0, 0, 0, 0}, {640.0f, -2.0f, 0, 0, 0, 0},
+      {std::numeric_limits<float>::infinity(), 1.0f, 0, 0, 0, 0}, {2147483648.0f, 1.0f, 0, 0, 0, 0},
+      {70000.0f, 70000.0f, 0, 0, 0, 0}, {1073741824.0f, 1.0f, 0, 0, 0, 0}};
+  for (const Case& c : cases) {
+    const VIO::MapExtent e = VIO::mapExtentOf(AR::Math::Vector<float, 2>(c.width, c.height));
+    SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);
+    EXPECT_EQ(e.valid, c.numFloats > 0);
+    EXPECT_EQ(e.size, AR::Math::Vec2I(c.w, c.h));
+    EXPECT_EQ(e.numFloats, c.numFloats);
+    EXPECT_EQ(e.mapBufferSize, c.mapBufferSize);
+  }
+}
 
 TEST(CopyMapToArrays, PacksRowsReportsWrongSizesAndStaysInsideTheArrays) {
   std::array<AR::CV::Image<float>, 2> images;

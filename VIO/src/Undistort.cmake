@@ -24,9 +24,9 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMap.cc)
   target_link_libraries(ARVIO INTERFACE ARVIOUndistort)
 endif()
 
-if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/EntryPointRules_test.cc)
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/MapBuffers_test.cc)
   ar_add_test(vio_undistort_rules_test
-    SOURCES src/EntryPointRules_test.cc src/MapBuffers_test.cc
+    SOURCES src/MapBuffers_test.cc
     DEPS ARVIOMapBuffers)
 endif()
 

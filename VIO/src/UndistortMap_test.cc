@@ -5,49 +5,45 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <vector>
 
 #include "AR/Math/SE3.h"
 #include "RecordRig.h"
 
 namespace {
 
-using AR::CV::Camera;
 using AR::CV::Image;
 using Vec2F = AR::Math::Vector<float, 2>;
 using Vec2I = AR::Math::Vector<int, 2>;
 
-constexpr int kWidth = 640;
-constexpr int kHeight = 480;
+constexpr int kWidth = 640, kHeight = 480;
 
-Camera<float> makeCamera(const RecordRig::LensCase& lens) {
+AR::CV::Camera<float> makeCamera(const RecordRig::LensCase& lens) {
   AR::Math::Vector<float, 6> k;
   for (size_t i = 0; i < lens.k.size(); ++i) k(int(i)) = float(lens.k[i]);
-  Camera<float> camera;
+  AR::CV::Camera<float> camera;
   EXPECT_TRUE(camera.init(Vec2F(float(kWidth), float(kHeight)), Vec2F(280.0f, 281.0f), Vec2F(320.5f, 240.25f), k,
                           Vec2F(float(lens.p1), float(lens.p2)), DistortionModel(lens.model)));
   return camera;
 }
 
 struct MapPair {
-  std::array<Image<float>, 2> images{Image<float>(Vec2I(kWidth, kHeight)),
-                                     Image<float>(Vec2I(kWidth, kHeight))};
+  std::array<Image<float>, 2> images{Image<float>(Vec2I(kWidth, kHeight)), Image<float>(Vec2I(kWidth, kHeight))};
   AR::Common::ArrayView<Image<float>> view{images};
   Vec2F at(int x, int y) const { return Vec2F(images[0].at(x, y), images[1].at(x, y)); }
   bool valid(int x, int y) const { return at(x, y) != Vec2F(-1.0f, -1.0f); }
   bool inImage(int x, int y) const {
-    return at(x, y)(0) >= 0.0f && at(x, y)(0) < kWidth && at(x, y)(1) >= 0.0f && at(x, y)(1) < kHeight;
+    const Vec2F s = at(x, y);
+    return s(0) >= 0.0f && s(0) < float(kWidth) && s(1) >= 0.0f && s(1) < float(kHeight);
   }
 };
 
 class UndistortMapLens : public testing::TestWithParam<RecordRig::LensCase> {};
 
 TEST_P(UndistortMapLens, SourcesLieOnTheVirtualRaysAndOutsideSourcesComeOnlyWhenAllowed) {
-  const Camera<float> camera = makeCamera(GetParam());
+  const AR::CV::Camera<float> camera = makeCamera(GetParam());
   const auto& model = camera.getCamModel();
-  // The map goes through the distortion spline, the check back through the
-  // undistortion spline: their reported errors (in the factor, so scaled by
-  // the radius) bound the miss, with rounding of float pixels on top.
+  // The map goes through the distortion spline, the check back through the undistortion spline: their
+  // reported errors (in the factor, so scaled by the radius) bound the miss, plus float rounding.
   const float splineErrors =
       camera.getDistortionSpline().testAccuracy([&](float r2) { return model.distortionFactor(r2); }) +
       camera.getUndistortionSpline().testAccuracy([&](float r2) { return model.undistortionFactor(r2); });
@@ -78,8 +74,7 @@ TEST_P(UndistortMapLens, SourcesLieOnTheVirtualRaysAndOutsideSourcesComeOnlyWhen
         if (GetParam().model == LINEAR && k == 1) {  // no distortion and factor 1: the identity
           ASSERT_LE(norm(source - Vec2F(float(x), float(y))), 1e-3f) << x << "," << y;
         }
-        // The wide view's border lies past the range the undistortion spline covers.
-        if (k == 0) continue;
+        if (k == 0) continue;  // the wide view's border lies past the undistortion spline's range
         Vec2F ideal;
         ASSERT_TRUE(camera.tryPixel2ideal(source, ideal)) << x << "," << y;
         const Vec2F ray((float(x) - pp(0)) / f(0), (float(y) - pp(1)) / f(1));
