@@ -14,6 +14,7 @@
 
 #include "AR/Common/Logger.h"
 #include "CameraModel/DistortionModel.h"
+#include "DeviceCalibration.h"
 #include "StereoRectifyWrapper.h"
 
 namespace BenchSupport {
@@ -93,6 +94,16 @@ inline void quietLogger() { AR::Common::Logger::getInstance().setLevel(AR::Commo
 inline void setPerPixel(benchmark::State& state, double pixelsPerIteration) {
   state.counters["per_px"] = benchmark::Counter(
       pixelsPerIteration, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+/// The rig of `device` for a benchmark; marks the benchmark skipped when a
+/// camera cannot be set up.
+inline bool convertOrSkip(benchmark::State& state, const DeviceCalibrationMRV& device,
+                          AR::CV::FullStereoCameraCalibration<float>& calibration) {
+  DeviceFrameParams frame{};
+  if (VIO::deviceToStereoCalibration(&device, calibration, frame)) return true;
+  state.SkipWithError("camera set-up failed");
+  return false;
 }
 
 /// Every lens at 640x480 and 1280x1024: arguments (lens index, width, height).

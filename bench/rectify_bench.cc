@@ -82,11 +82,7 @@ void BM_RectifyMapLoop(benchmark::State& state) {
   const DeviceCalibrationMRV device = makeDevice(lens, width, height);
   QuietStdout quiet;
   AR::CV::FullStereoCameraCalibration<float> calibration, target;
-  DeviceFrameParams frame{};
-  if (!VIO::deviceToStereoCalibration(&device, calibration, frame)) {
-    state.SkipWithError("camera set-up failed");
-    return;
-  }
+  if (!convertOrSkip(state, device, calibration)) return;
   AR::Math::SO3<float> S;
   makeTarget(calibration, target, S);
   const AR::Math::Vec2I size(width, height);

@@ -68,11 +68,7 @@ void BM_UndistortMapLoop(benchmark::State& state) {
   const DeviceCalibrationMRV device = makeDevice(lens, width, height);
   QuietStdout quiet;
   AR::CV::FullStereoCameraCalibration<float> calibration;
-  DeviceFrameParams frame{};
-  if (!VIO::deviceToStereoCalibration(&device, calibration, frame)) {
-    state.SkipWithError("camera set-up failed");
-    return;
-  }
+  if (!convertOrSkip(state, device, calibration)) return;
   const AR::Math::Vec2I size(width, height);
   std::array<AR::CV::Image<float>, 2> images{AR::CV::Image<float>(size), AR::CV::Image<float>(size)};
   AR::Common::ArrayView<AR::CV::Image<float>> view(images);
