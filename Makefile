@@ -16,6 +16,7 @@ PACKAGES := cmake ninja-build g++ clang pkg-config \
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 .PHONY: deps test test-clang test-android-log run bench install-check clean
+.PHONY: deps-aarch64 test-aarch64
 
 deps:
 	@missing=$$(for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || echo $$p; done); \
@@ -41,6 +42,31 @@ test-clang: deps
 	  -DAR_ANDROID_LOG=ON -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
 	cmake --build build/clang -j $(JOBS)
 	cd build/clang && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+# The target platform: an AArch64 cross build (Debian's cross compiler and
+# arm64 multiarch packages) with the Android log backend, ASan+UBSan, every
+# test run under qemu-user. The command-line tool stays host-only.
+AARCH64_PACKAGES := g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user \
+                    libtinyxml2-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 \
+                    libbenchmark-dev:arm64 android-liblog-dev:arm64 libhwy-dev:arm64
+
+deps-aarch64: deps
+	@dpkg --print-foreign-architectures | grep -qx arm64 || $(SUDO) dpkg --add-architecture arm64
+	@missing=$$(for p in $(AARCH64_PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || echo $$p; done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:" $$missing; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+test-aarch64: deps-aarch64
+	cmake -S . -B build/aarch64 -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAR_SANITIZE=ON \
+	  -DAR_ANDROID_LOG=ON -DAR_BUILD_TOOL=OFF \
+	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchains/aarch64-linux-gnu.cmake
+	cmake --build build/aarch64 -j $(JOBS)
+	cd build/aarch64 && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
