@@ -21,6 +21,11 @@ target_link_libraries(StereoRectifyWrapper PUBLIC tinyxml2::tinyxml2 Threads::Th
 if(NOT AR_SANITIZE)
   target_link_options(StereoRectifyWrapper PRIVATE -Wl,--no-undefined)
 endif()
+# Only the library's own interface is exported (see the script's comment).
+target_link_options(StereoRectifyWrapper PRIVATE
+  -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/StereoRectifyWrapper.map)
+set_property(TARGET StereoRectifyWrapper APPEND PROPERTY
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/StereoRectifyWrapper.map)
 foreach(_dir IN LISTS _ar_include_dirs)
   target_include_directories(StereoRectifyWrapper PUBLIC $<BUILD_INTERFACE:${_dir}>)
   install(DIRECTORY ${_dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
