@@ -50,7 +50,8 @@ test-clang: deps
 # test run under qemu-user. The command-line tool stays host-only.
 AARCH64_PACKAGES := g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user \
                     libtinyxml2-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 \
-                    libbenchmark-dev:arm64 android-liblog-dev:arm64 libhwy-dev:arm64
+                    libbenchmark-dev:arm64 android-liblog-dev:arm64 libhwy-dev:arm64 \
+                    libc6:arm64 libstdc++6:arm64 libasan8:arm64 libubsan1:arm64
 
 deps-aarch64: deps
 	@dpkg --print-foreign-architectures | grep -qx arm64 || $(SUDO) dpkg --add-architecture arm64

@@ -62,7 +62,6 @@ TEST(DistortionModelTest, NamesAndCoefficientCounts) {
 }
 
 TEST(DistortionModelDeathTest, UnknownModelAndNaNDenominatorRootAbort) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_DEATH(CamModel::modelName(DistortionModel(6)), "0 && \"Unhandled distortion model\"");
   EXPECT_DEATH(CamModel::maxNumRadialDistortionCoeffs(DistortionModel(6)), "Unhandled distortion model");
   auto m = makeModel<double>(6, {});
