@@ -123,8 +123,10 @@ class ElementReader {
         ++tokenEnd;
       const std::string token(cursor, tokenEnd);
       cursor = tokenEnd;
-      if (found == count) {
-        ++found;  // counted only to report the excess
+      // Values beyond the expected count are only counted, for the message:
+      // the caller's array holds exactly `count`.
+      if (found >= count) {
+        ++found;
         continue;
       }
       double value = 0.0;

@@ -142,6 +142,11 @@ TEST(MalformedFileTest, EachCaseIsRejectedWithItsMessageAndChangesNothing) {
       {"RADIAL_3", "RADIAL_4", "attribute 'model' names an unknown distortion model 'RADIAL_4_PARAMETERS'"},
       {"0 0 0 \"", "0 0 \"", "attribute 'radial_distortion' holds 5 values, expected 6"},
       {"280 280", "280 nan", "attribute 'focal_length' value 'nan' is not finite"},
+      {"280 280", "-inf 280", "attribute 'focal_length' value '-inf' is not finite"},
+      {"320 240", "320 1e400", "attribute 'principal_point' value '1e400' is not finite"},
+      // More values than the element holds: counted, never stored.
+      {"translation=\"0.05 0 0\"", "translation=\"0.05 0 0 1e300 -1e300 7 8\"",
+       "attribute 'translation' holds 7 values, expected 3"},
       {"RADIAL_3", "RADIAL_2", "element 'Calibration' of camera 'cam' (line 4): invalid intrinsics"},
       {"0 1\" translation=\"0.05", "0 -1\" translation=\"0.05", "attribute 'rotation' is not a rotation matrix"},
       {"\"true\"", "\"yes\"",
