@@ -47,7 +47,9 @@ test-clang: deps
 
 # The target platform: an AArch64 cross build (Debian's cross compiler and
 # arm64 multiarch packages) with the Android log backend, ASan+UBSan, every
-# test run under qemu-user. The command-line tool stays host-only.
+# test run under qemu-user. The command-line tool stays host-only. Leak
+# checks stay with the host suites: LeakSanitizer cannot stop the world under
+# qemu-user.
 AARCH64_PACKAGES := g++-aarch64-linux-gnu binutils-aarch64-linux-gnu qemu-user \
                     libtinyxml2-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64 \
                     libbenchmark-dev:arm64 android-liblog-dev:arm64 libhwy-dev:arm64 \
