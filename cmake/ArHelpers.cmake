@@ -45,7 +45,7 @@ function(ar_add_test name)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} GTest::gtest GTest::gtest_main Threads::Threads)
   add_test(NAME ${name} COMMAND ${name})
   # Under an emulator (a cross build run through qemu-user) a program runs
-  # ten to thirty times slower than natively.
+  # several times slower than natively.
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     set_tests_properties(${name} PROPERTIES TIMEOUT 1800)
   else()
