@@ -149,7 +149,6 @@ TEST_P(BadRecordTest, IsRefusedNamingCameraAndField) {
 // assertion that validation foresaw: validation never refuses what would run.
 TEST_P(BadRecordTest, FatalRefusalsAbortTheEntryPoint) {
   if (std::strlen(GetParam().fatal) == 0) GTEST_SKIP() << "not a fatal case";
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   DeviceCalibrationMRV device = baseFor(GetParam());
   GetParam().spoil(device);
   std::vector<float> map(kMapSize);
