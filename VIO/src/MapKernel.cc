@@ -24,10 +24,27 @@ using DF = hn::ScalableTag<float>;
 using DI = hn::RebindToSigned<DF>;
 using VF = hn::Vec<DF>;
 using MF = hn::Mask<DF>;
+using IF = decltype(hn::IndicesFromVec(DF(), hn::Zero(DI())));
+
+/// Coefficient `table` at each lane's bin. Neighbouring pixels have
+/// neighbouring radii, so the lanes' bins usually fit in one vector starting
+/// at the smallest: one load and a permutation then replace a gather (the
+/// tables are padded for that load). Lanes further apart are gathered.
+struct BinFetch {
+  bool window;
+  int32_t first;
+};
+
+HWY_INLINE VF fetch(const float* table, const BinFetch& how, hn::Vec<DI> bin,
+                    IF relative) {
+  const DF df;
+  if (how.window) return hn::TableLookupLanes(hn::LoadU(df, table + how.first), relative);
+  return hn::GatherIndex(df, table, bin);
+}
 
 /// The spline at x for every lane, as `HermiteSplineInterpolation::evaluate`
 /// computes it; lanes outside [lo, hi) (or NaN) are cleared from `ok`. Their
-/// argument is replaced by lo first so that every gather reads a real bin.
+/// argument is replaced by lo first so that every lane reads a real bin.
 HWY_INLINE VF evaluateSpline(const SplineLookup& s, VF x, MF& ok) {
   const DF df;
   const DI di;
@@ -35,14 +52,28 @@ HWY_INLINE VF evaluateSpline(const SplineLookup& s, VF x, MF& ok) {
   const MF inRange = hn::And(hn::Ge(x, lo), hn::Lt(x, hn::Set(df, s.hi)));
   ok = hn::And(ok, inRange);
   const VF xs = hn::IfThenElse(inRange, x, lo);
+  if (s.last == 0.0f) {
+    // One bin (distortion-free cameras): its coefficients for every lane.
+    const VF t = hn::Sub(xs, hn::Set(df, s.t0[0]));
+    VF y = hn::Set(df, s.c3[0]);
+    y = hn::Add(hn::Set(df, s.c2[0]), hn::Mul(t, y));
+    y = hn::Add(hn::Set(df, s.c1[0]), hn::Mul(t, y));
+    return hn::Add(hn::Set(df, s.c0[0]), hn::Mul(t, y));
+  }
   // pos < last ? trunc(pos) : last  ==  trunc(min(pos, last)) for finite pos.
   const VF pos = hn::Min(hn::Mul(hn::Sub(xs, lo), hn::Set(df, s.scale)), hn::Set(df, s.last));
   const auto bin = hn::ConvertTo(di, pos);
-  const VF t = hn::Sub(xs, hn::GatherIndex(df, s.t0, bin));
-  VF y = hn::GatherIndex(df, s.c3, bin);
-  y = hn::Add(hn::GatherIndex(df, s.c2, bin), hn::Mul(t, y));
-  y = hn::Add(hn::GatherIndex(df, s.c1, bin), hn::Mul(t, y));
-  return hn::Add(hn::GatherIndex(df, s.c0, bin), hn::Mul(t, y));
+  BinFetch how;
+  how.first = hn::GetLane(hn::MinOfLanes(di, bin));
+  how.window = hn::GetLane(hn::MaxOfLanes(di, bin)) - how.first < int32_t(hn::Lanes(df));
+  // Only used for a window, where every lane lies in [0, lanes).
+  const auto relative =
+      hn::IndicesFromVec(df, how.window ? hn::Sub(bin, hn::Set(di, how.first)) : hn::Zero(di));
+  const VF t = hn::Sub(xs, fetch(s.t0, how, bin, relative));
+  VF y = fetch(s.c3, how, bin, relative);
+  y = hn::Add(fetch(s.c2, how, bin, relative), hn::Mul(t, y));
+  y = hn::Add(fetch(s.c1, how, bin, relative), hn::Mul(t, y));
+  return hn::Add(fetch(s.c0, how, bin, relative), hn::Mul(t, y));
 }
 
 /// Row r of M times (a, b, c), summed from 0 in index order.
@@ -98,10 +129,14 @@ int rowImpl(const PixelPipeline& p, int y, int xBegin, int xEnd, const RowOutput
   const VF q1Sq = hn::Mul(q1, q1);
   const VF cx = hn::Set(df, p.cx);
   const VF invFx = hn::Set(df, p.invFx);
+  // Columns as int, converted exactly as float(x) converts them; advanced by
+  // vector additions (building them lane by lane stalls on the stack).
+  auto column = hn::Iota(di, xBegin);
+  const auto step = hn::Set(di, N);
+  VF lastU = hn::Zero(df), lastV = hn::Zero(df);
   int x = xBegin;
-  for (; xEnd - x >= N; x += N) {
-    // Columns converted from int exactly as float(x) converts them.
-    const VF px = hn::ConvertTo(df, hn::Iota(di, x));
+  for (; xEnd - x >= N; x += N, column = hn::Add(column, step)) {
+    const VF px = hn::ConvertTo(df, column);
     const VF q0 = hn::Mul(hn::Sub(px, cx), invFx);
     MF ok = hn::FirstN(df, size_t(N));
     const VF u = evaluateSpline(p.undistortion, hn::Add(hn::Mul(q0, q0), q1Sq), ok);
@@ -118,9 +153,8 @@ int rowImpl(const PixelPipeline& p, int y, int xBegin, int xEnd, const RowOutput
       const VF invZ = hn::Div(one, d2);
       projectToSource(p, hn::Mul(matrixRow(p, 0, i0, i1, one), invZ),
                       hn::Mul(matrixRow(p, 1, i0, i1, one), invZ), ok, out.x + x, out.y + x);
-      carry.have = true;
-      carry.u = hn::ExtractLane(i0, size_t(N - 1));
-      carry.v = hn::ExtractLane(i1, size_t(N - 1));
+      lastU = i0;
+      lastV = i1;
     } else {
       const VF depth = hn::Set(df, p.depth);
       const VF P0 = hn::Mul(i0, depth);
@@ -135,6 +169,11 @@ int rowImpl(const PixelPipeline& p, int y, int xBegin, int xEnd, const RowOutput
       const VF Q1 = hn::Add(matrixRow(p, 1, P0, P1, depth), hn::Set(df, p.t(1)));
       projectToSource(p, hn::Mul(Q0, invZ), hn::Mul(Q1, invZ), ok, out.x + x, out.y + x);
     }
+  }
+  if (kRay == RayKind::Rotated && x > xBegin) {
+    carry.have = true;
+    carry.u = hn::ExtractLane(lastU, size_t(N - 1));
+    carry.v = hn::ExtractLane(lastV, size_t(N - 1));
   }
   return x;
 }
@@ -161,6 +200,9 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace VIO {
 
+// The widest vector of any target (SVE allows 2048 bits) holds 64 floats.
+constexpr size_t kSplineTablePadding = 64;
+
 HWY_EXPORT(MapRowVector);
 HWY_EXPORT(MapKernelLanes);
 
@@ -174,17 +216,19 @@ int mapKernelLanes() { return HWY_DYNAMIC_DISPATCH(MapKernelLanes)(); }
 SplineTables::SplineTables(const AR::CV::HermiteSplineInterpolation<float>& spline) {
   const auto& segments = spline.getSegments();
   const size_t n = segments.size();
-  storage_.resize(5 * n);
+  // Each table is followed by padding for one vector load from its last bin.
+  const size_t stride = n + kSplineTablePadding;
+  storage_.assign(5 * stride, 0.0f);
   for (size_t i = 0; i < n; ++i) {
     storage_[i] = segments[i].t0;
-    for (int k = 0; k < 4; ++k) storage_[(size_t(k) + 1) * n + i] = segments[i].coef(k);
+    for (int k = 0; k < 4; ++k) storage_[(size_t(k) + 1) * stride + i] = segments[i].coef(k);
   }
   const float* base = storage_.data();
   lookup_.t0 = base;
-  lookup_.c0 = base + n;
-  lookup_.c1 = base + 2 * n;
-  lookup_.c2 = base + 3 * n;
-  lookup_.c3 = base + 4 * n;
+  lookup_.c0 = base + stride;
+  lookup_.c1 = base + 2 * stride;
+  lookup_.c2 = base + 3 * stride;
+  lookup_.c3 = base + 4 * stride;
   lookup_.lo = spline.getRange()(0);
   lookup_.hi = spline.getRange()(1);
   lookup_.scale = spline.getScale();
