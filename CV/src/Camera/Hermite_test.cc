@@ -71,8 +71,11 @@ TYPED_TEST(HermiteTest, UnreachableEpsRunsElevenFits) {
                                              std::numeric_limits<PREC>::min());
   EXPECT_EQ(spline.getSegments().size(), 1024u);
   // Fits with 1, 2, 4, ..., 1024 bins: two edges for the first, then only the
-  // nBins/2 new (odd) edges of each doubling, plus one midpoint per bin for the error.
-  EXPECT_EQ(fn.calls, 2 + 1023 + 2047);
+  // nBins/2 new (odd) edges of each doubling; one midpoint tells each failing
+  // fit (or a few, where the error rounds to 0), and the kept one is
+  // measured at all 1024.
+  EXPECT_GE(fn.calls, 2 + 1023 + 10 + 1024);
+  EXPECT_LT(fn.calls, 2 + 1023 + 100 + 1024);
   EXPECT_TRUE(err > PREC(0) && err < PREC(1e-6)) << err;
   EXPECT_FLOAT_EQ(float(spline.getScale()), float(1024.0 / 3.0));
 }
