@@ -15,6 +15,8 @@
 
 #include "MapKernel.h"
 
+#include <algorithm>
+
 HWY_BEFORE_NAMESPACE();
 namespace VIO {
 namespace HWY_NAMESPACE {
@@ -54,21 +56,31 @@ HWY_INLINE VF evaluateSpline(const SplineLookup& s, VF x, MF& ok) {
   const VF xs = hn::IfThenElse(inRange, x, lo);
   if (s.last == 0.0f) {
     // One bin (distortion-free cameras): its coefficients for every lane.
-    const VF t = hn::Sub(xs, hn::Set(df, s.t0[0]));
-    VF y = hn::Set(df, s.c3[0]);
-    y = hn::Add(hn::Set(df, s.c2[0]), hn::Mul(t, y));
-    y = hn::Add(hn::Set(df, s.c1[0]), hn::Mul(t, y));
-    return hn::Add(hn::Set(df, s.c0[0]), hn::Mul(t, y));
+    const VF t = hn::Sub(xs, hn::Set(df, s.first[0]));
+    VF y = hn::Set(df, s.first[4]);
+    y = hn::Add(hn::Set(df, s.first[3]), hn::Mul(t, y));
+    y = hn::Add(hn::Set(df, s.first[2]), hn::Mul(t, y));
+    return hn::Add(hn::Set(df, s.first[1]), hn::Mul(t, y));
   }
   // pos < last ? trunc(pos) : last  ==  trunc(min(pos, last)) for finite pos.
   const VF pos = hn::Min(hn::Mul(hn::Sub(xs, lo), hn::Set(df, s.scale)), hn::Set(df, s.last));
   const auto bin = hn::ConvertTo(di, pos);
+  // Radii along a row change monotonically or have one minimum, so the
+  // smaller bin of the two end lanes usually starts the window; whether every
+  // lane then falls inside it is checked, and only otherwise does a full
+  // reduction (or, for lanes too far apart, a gather) follow.
+  const int32_t lanes = int32_t(hn::Lanes(df));
   BinFetch how;
-  how.first = hn::GetLane(hn::MinOfLanes(di, bin));
-  how.window = hn::GetLane(hn::MaxOfLanes(di, bin)) - how.first < int32_t(hn::Lanes(df));
+  how.first = std::min(hn::GetLane(bin), hn::ExtractLane(bin, size_t(lanes - 1)));
+  auto offset = hn::Sub(bin, hn::Set(di, how.first));
+  how.window = hn::AllTrue(di, hn::And(hn::Gt(offset, hn::Set(di, -1)), hn::Lt(offset, hn::Set(di, lanes))));
+  if (!how.window) {
+    how.first = hn::GetLane(hn::MinOfLanes(di, bin));
+    how.window = hn::GetLane(hn::MaxOfLanes(di, bin)) - how.first < lanes;
+    offset = hn::Sub(bin, hn::Set(di, how.first));
+  }
   // Only used for a window, where every lane lies in [0, lanes).
-  const auto relative =
-      hn::IndicesFromVec(df, how.window ? hn::Sub(bin, hn::Set(di, how.first)) : hn::Zero(di));
+  const auto relative = hn::IndicesFromVec(df, how.window ? offset : hn::Zero(di));
   const VF t = hn::Sub(xs, fetch(s.t0, how, bin, relative));
   VF y = fetch(s.c3, how, bin, relative);
   y = hn::Add(fetch(s.c2, how, bin, relative), hn::Mul(t, y));
@@ -118,8 +130,11 @@ HWY_INLINE void projectToSource(const PixelPipeline& p, VF X, VF Y, MF ok, float
 }
 
 template <RayKind kRay>
-int rowImpl(const PixelPipeline& p, int y, int xBegin, int xEnd, const RowOutput& out,
+int rowImpl(const PixelPipeline& pipeline, int y, int xBegin, int xEnd, const RowOutput& out,
             IdealCarry& carry) {
+  // A local copy: the map rows are floats too, and stores to them could
+  // otherwise alias the pipeline's fields and force their reload per vector.
+  const PixelPipeline p = pipeline;
   const DF df;
   const DI di;
   const int N = int(hn::Lanes(df));
@@ -233,6 +248,8 @@ SplineTables::SplineTables(const AR::CV::HermiteSplineInterpolation<float>& spli
   lookup_.hi = spline.getRange()(1);
   lookup_.scale = spline.getScale();
   lookup_.last = n > 0 ? float(n - 1) : 0.0f;
+  if (n > 0)
+    for (int k = 0; k < 5; ++k) lookup_.first[k] = storage_[size_t(k) * stride];
 }
 
 }  // namespace VIO

@@ -39,6 +39,9 @@ struct SplineLookup {
   float hi = 0.0f;     // range(1), excluded
   float scale = 0.0f;  // bins per unit
   float last = 0.0f;   // index of the last bin, as float (at most 1024: exact)
+  // The first bin's entries once more: a copy held with the pipeline stays in
+  // registers, where loads from the tables would be repeated per vector.
+  float first[5] = {0, 0, 0, 0, 0};  // t0, c0, c1, c2, c3
 };
 
 /// Owns the arrays behind a `SplineLookup`. Built per builder call (a few
