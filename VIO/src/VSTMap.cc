@@ -31,17 +31,12 @@ constexpr int kLineUnproject = 86;
 
 }  // namespace
 
-void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
-                 bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
-                 AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,
-                 std::array<AR::CV::Image<float>, 3>& points, float planeDepth) {
-  setupVSTMap(source, target, allowOutOfImage, eyeTransform, mapXY, points, planeDepth, MapKernel::Vector);
-}
+namespace {
 
-void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
+void buildVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
                  bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
                  AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,
-                 std::array<AR::CV::Image<float>, 3>& points, float planeDepth, MapKernel kernel) {
+                 std::array<AR::CV::Image<float>, 3>* points, float planeDepth, MapKernel kernel) {
   auto& logger = AR::Common::Logger::getInstance();
   if (logger.getLevel() >= AR::Common::Logger::LEVEL_DEBUG)
     logger.logEx2(AR::Common::Logger::LEVEL_DEBUG, kSource, kFunction, kLineTargetSize,
@@ -64,8 +59,9 @@ void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float
   // and is skipped.
   const AR::Math::Vec2I walk = walkWithinMap(size, mapX, mapY);
   reportLeftOut(kSource, kFunction, __LINE__, "setupVSTMap", size, walk);
-  for (AR::CV::Image<float>& image : points)
-    image.allocPixels(walk, AR::Common::MEMORY_ALIGNMENT_DEFAULT, false);
+  if (points != nullptr)
+    for (AR::CV::Image<float>& image : *points)
+      image.allocPixels(walk, AR::Common::MEMORY_ALIGNMENT_DEFAULT, false);
 
   const AR::Math::Matrix33F& R = eyeTransform.rotation().matrix();
   const Vec3F& t = eyeTransform.translation();
@@ -93,8 +89,30 @@ void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float
     const float invZ = 1.0f / Q(2);
     result.valid = project.tryProject(Q(0) * invZ, Q(1) * invZ, result.sx, result.sy);
   };
-  fillMapRows(plan.active(), walk, mapX, mapY, &points, false, scalarPixel);
+  fillMapRows(plan.active(), walk, mapX, mapY, points, false, scalarPixel);
   clearExtraImages(mapXY);
+}
+
+}  // namespace
+
+void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
+                 bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
+                 AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,
+                 std::array<AR::CV::Image<float>, 3>& points, float planeDepth) {
+  buildVSTMap(source, target, allowOutOfImage, eyeTransform, mapXY, &points, planeDepth, MapKernel::Vector);
+}
+
+void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
+                 bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
+                 AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,
+                 std::array<AR::CV::Image<float>, 3>& points, float planeDepth, MapKernel kernel) {
+  buildVSTMap(source, target, allowOutOfImage, eyeTransform, mapXY, &points, planeDepth, kernel);
+}
+
+void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
+                 bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
+                 AR::Common::ArrayView<AR::CV::Image<float>>& mapXY, float planeDepth) {
+  buildVSTMap(source, target, allowOutOfImage, eyeTransform, mapXY, nullptr, planeDepth, MapKernel::Vector);
 }
 
 }  // namespace VIO

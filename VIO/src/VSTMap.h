@@ -51,4 +51,10 @@ AR_EXPORT void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Ca
                            std::array<AR::CV::Image<float>, 3>& points, float planeDepth,
                            MapKernel kernel);
 
+/// The maps alone, for callers that have no use for the plane points: no
+/// scratch images are allocated, the rest is as above.
+AR_EXPORT void setupVSTMap(const AR::CV::Camera<float>& source, const AR::CV::Camera<float>& target,
+                           bool allowOutOfImage, const AR::Math::SE3<float>& eyeTransform,
+                           AR::Common::ArrayView<AR::CV::Image<float>>& mapXY, float planeDepth);
+
 }  // namespace VIO
