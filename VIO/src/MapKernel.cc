@@ -129,6 +129,49 @@ HWY_INLINE void projectToSource(const PixelPipeline& p, VF X, VF Y, MF ok, float
   hn::StoreU(hn::IfThenElse(ok, sy, invalid), df, outY);
 }
 
+/// Output pixels -> ideal points of the output camera: u with q0 (q1 is the
+/// row's); lanes whose squared radius leaves the spline's range are cleared
+/// from `ok`.
+HWY_INLINE VF idealFactor(const PixelPipeline& p, hn::Vec<DI> column, VF q1Sq, VF& q0, MF& ok) {
+  const DF df;
+  q0 = hn::Mul(hn::Sub(hn::ConvertTo(df, column), hn::Set(df, p.cx)), hn::Set(df, p.invFx));
+  return evaluateSpline(p.undistortion, hn::Add(hn::Mul(q0, q0), q1Sq), ok);
+}
+
+/// Ideal point -> ray -> source pixel for the vector of columns from x.
+template <RayKind kRay>
+HWY_INLINE void finishVector(const PixelPipeline& p, int x, VF q0, VF q1, VF u, MF ok,
+                             const RowOutput& out, VF& lastU, VF& lastV) {
+  const DF df;
+  const VF one = hn::Set(df, 1.0f);
+  const VF i0 = hn::Mul(u, q0);
+  const VF i1 = hn::Mul(u, q1);
+  if (kRay == RayKind::Ideal) {
+    projectToSource(p, i0, i1, ok, out.x + x, out.y + x);
+  } else if (kRay == RayKind::Rotated) {
+    const VF d2 = matrixRow(p, 2, i0, i1, one);
+    ok = hn::AndNot(hn::Lt(d2, hn::Set(df, 0.01f)), ok);
+    const VF invZ = hn::Div(one, d2);
+    projectToSource(p, hn::Mul(matrixRow(p, 0, i0, i1, one), invZ),
+                    hn::Mul(matrixRow(p, 1, i0, i1, one), invZ), ok, out.x + x, out.y + x);
+    lastU = i0;
+    lastV = i1;
+  } else {
+    const VF depth = hn::Set(df, p.depth);
+    const VF P0 = hn::Mul(i0, depth);
+    const VF P1 = hn::Mul(i1, depth);
+    if (out.point[0] != nullptr) hn::StoreU(P0, df, out.point[0] + x);
+    if (out.point[1] != nullptr) hn::StoreU(P1, df, out.point[1] + x);
+    if (out.point[2] != nullptr) hn::StoreU(depth, df, out.point[2] + x);
+    const VF Q2 = hn::Add(matrixRow(p, 2, P0, P1, depth), hn::Set(df, p.t(2)));
+    ok = hn::And(ok, hn::Ge(Q2, hn::Set(df, 0.01f)));
+    const VF invZ = hn::Div(one, Q2);
+    const VF Q0 = hn::Add(matrixRow(p, 0, P0, P1, depth), hn::Set(df, p.t(0)));
+    const VF Q1 = hn::Add(matrixRow(p, 1, P0, P1, depth), hn::Set(df, p.t(1)));
+    projectToSource(p, hn::Mul(Q0, invZ), hn::Mul(Q1, invZ), ok, out.x + x, out.y + x);
+  }
+}
+
 template <RayKind kRay>
 int rowImpl(const PixelPipeline& pipeline, int y, int xBegin, int xEnd, const RowOutput& out,
             IdealCarry& carry) {
@@ -138,52 +181,34 @@ int rowImpl(const PixelPipeline& pipeline, int y, int xBegin, int xEnd, const Ro
   const DF df;
   const DI di;
   const int N = int(hn::Lanes(df));
-  const VF one = hn::Set(df, 1.0f);
   // The row's distorted y is the same for every pixel of the row.
   const VF q1 = hn::Mul(hn::Sub(hn::Set(df, float(y)), hn::Set(df, p.cy)), hn::Set(df, p.invFy));
   const VF q1Sq = hn::Mul(q1, q1);
-  const VF cx = hn::Set(df, p.cx);
-  const VF invFx = hn::Set(df, p.invFx);
   // Columns as int, converted exactly as float(x) converts them; advanced by
   // vector additions (building them lane by lane stalls on the stack).
   auto column = hn::Iota(di, xBegin);
   const auto step = hn::Set(di, N);
   VF lastU = hn::Zero(df), lastV = hn::Zero(df);
   int x = xBegin;
-  for (; xEnd - x >= N; x += N, column = hn::Add(column, step)) {
-    const VF px = hn::ConvertTo(df, column);
-    const VF q0 = hn::Mul(hn::Sub(px, cx), invFx);
-    MF ok = hn::FirstN(df, size_t(N));
-    const VF u = evaluateSpline(p.undistortion, hn::Add(hn::Mul(q0, q0), q1Sq), ok);
+  // Two vectors per step: each pixel is one long dependent chain, and two
+  // independent chains side by side keep the units busy.
+  for (; xEnd - x >= 2 * N; x += 2 * N, column = hn::Add(column, hn::Add(step, step))) {
+    MF okA = hn::FirstN(df, size_t(N)), okB = okA;
+    VF q0A, q0B;
+    const VF uA = idealFactor(p, column, q1Sq, q0A, okA);
+    const VF uB = idealFactor(p, hn::Add(column, step), q1Sq, q0B, okB);
     // A failed pixel is logged (and, for rays, falls back to the previous
-    // ideal point) by the scalar path, which redoes this whole vector.
+    // ideal point) by the scalar path; the loop below stops at its vector.
+    if (kRay != RayKind::Ideal && !(hn::AllTrue(df, okA) && hn::AllTrue(df, okB))) break;
+    finishVector<kRay>(p, x, q0A, q1, uA, okA, out, lastU, lastV);
+    finishVector<kRay>(p, x + N, q0B, q1, uB, okB, out, lastU, lastV);
+  }
+  for (; xEnd - x >= N; x += N, column = hn::Add(column, step)) {
+    MF ok = hn::FirstN(df, size_t(N));
+    VF q0;
+    const VF u = idealFactor(p, column, q1Sq, q0, ok);
     if (kRay != RayKind::Ideal && !hn::AllTrue(df, ok)) break;
-    const VF i0 = hn::Mul(u, q0);
-    const VF i1 = hn::Mul(u, q1);
-    if (kRay == RayKind::Ideal) {
-      projectToSource(p, i0, i1, ok, out.x + x, out.y + x);
-    } else if (kRay == RayKind::Rotated) {
-      const VF d2 = matrixRow(p, 2, i0, i1, one);
-      ok = hn::AndNot(hn::Lt(d2, hn::Set(df, 0.01f)), ok);
-      const VF invZ = hn::Div(one, d2);
-      projectToSource(p, hn::Mul(matrixRow(p, 0, i0, i1, one), invZ),
-                      hn::Mul(matrixRow(p, 1, i0, i1, one), invZ), ok, out.x + x, out.y + x);
-      lastU = i0;
-      lastV = i1;
-    } else {
-      const VF depth = hn::Set(df, p.depth);
-      const VF P0 = hn::Mul(i0, depth);
-      const VF P1 = hn::Mul(i1, depth);
-      if (out.point[0] != nullptr) hn::StoreU(P0, df, out.point[0] + x);
-      if (out.point[1] != nullptr) hn::StoreU(P1, df, out.point[1] + x);
-      if (out.point[2] != nullptr) hn::StoreU(depth, df, out.point[2] + x);
-      const VF Q2 = hn::Add(matrixRow(p, 2, P0, P1, depth), hn::Set(df, p.t(2)));
-      ok = hn::And(ok, hn::Ge(Q2, hn::Set(df, 0.01f)));
-      const VF invZ = hn::Div(one, Q2);
-      const VF Q0 = hn::Add(matrixRow(p, 0, P0, P1, depth), hn::Set(df, p.t(0)));
-      const VF Q1 = hn::Add(matrixRow(p, 1, P0, P1, depth), hn::Set(df, p.t(1)));
-      projectToSource(p, hn::Mul(Q0, invZ), hn::Mul(Q1, invZ), ok, out.x + x, out.y + x);
-    }
+    finishVector<kRay>(p, x, q0, q1, u, ok, out, lastU, lastV);
   }
   if (kRay == RayKind::Rotated && x > xBegin) {
     carry.have = true;
