@@ -63,17 +63,20 @@ bool loadInput(const CommonOptions& options, Rig& rig, std::string& error) {
   return loadRig(path, options.format, rig, error);
 }
 
-/// A grey image from a regular file of bounded size; empty when it does not
-/// decode (OpenCV also refuses to decode more pixels than a camera may have).
-cv::Mat readImage(const std::string& path, std::string& error) {
+/// A grey image from a regular file of bounded size. The decoded size is
+/// bounded by OpenCV's own pixel limit (2^30 unless OPENCV_IO_MAX_IMAGE_PIXELS
+/// says otherwise), read once when OpenCV loads, so the tool cannot lower it.
+bool readImage(const std::string& path, cv::Mat& image, std::string& error) {
   std::string bytes;
-  if (!readInputFile(path, "an image", kMaxImageFileBytes, false, bytes, error)) return cv::Mat();
+  if (!readInputFile(path, "an image", kMaxImageFileBytes, false, bytes, error)) return false;
   try {
     const cv::Mat encoded(1, static_cast<int>(bytes.size()), CV_8UC1, bytes.data());
-    return cv::imdecode(encoded, cv::IMREAD_GRAYSCALE);
+    image = cv::imdecode(encoded, cv::IMREAD_GRAYSCALE);
   } catch (const cv::Exception&) {
-    return cv::Mat();
+    image = cv::Mat();
   }
+  if (image.empty()) error = path + ": cannot be read as an image";
+  return !image.empty();
 }
 
 /// The two camera images to preview: the user's, checked against the camera
@@ -88,12 +91,7 @@ bool cameraImages(const CommonOptions& options, const Rig& rig, cv::Mat images[2
       if (images[i].empty()) return false;
       continue;
     }
-    images[i] = readImage(files[i], error);
-    if (!error.empty()) return false;
-    if (images[i].empty()) {
-      error = files[i] + ": cannot be read as an image";
-      return false;
-    }
+    if (!readImage(files[i], images[i], error)) return false;
     if (images[i].cols != cam.width || images[i].rows != cam.height) {
       error = files[i] + ": image is " + std::to_string(images[i].cols) + " x " + std::to_string(images[i].rows) +
               ", camera " + std::to_string(i) + " is " + std::to_string(cam.width) + " x " +

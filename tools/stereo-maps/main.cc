@@ -145,9 +145,6 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Image files are decoded no larger than a camera the tool accepts; the
-  // bound must be in place before OpenCV's first image read.
-  setenv("OPENCV_IO_MAX_IMAGE_PIXELS", std::to_string(StereoMaps::kMaxImagePixels).c_str(), 0);
   // Last resort: every input error is meant to be reported where it is
   // found, but an exception from a dependency must still end as exit 2.
   try {
