@@ -366,7 +366,19 @@ INSTANTIATE_TEST_SUITE_P(
                                     device.cameras[1].pose.position = {1e7 + 0.005, 0, 0};
                                   }));
                   },
-                  "needs a baseline"},
+                  "baseline"},
+        ErrorCase{"rational6RootNaN",
+                  [](const fs::path& d) {
+                    // The library's own validation: its message, and none of
+                    // the log lines the camera build writes on the way.
+                    return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    CameraCalibrationMRV& cam = device.cameras[0];
+                                    cam.distortionModel = RADIAL_6_PARAMETERS;
+                                    for (double& k : cam.k) k = 0.0;
+                                    cam.k[5] = 1e10;
+                                  }));
+                  },
+                  "camera 0 (trackingA0) distortion model"},
         ErrorCase{"positionSquaresBeyondFloat",
                   [](const fs::path& d) {
                     return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
