@@ -20,6 +20,7 @@
 #include "CalibrationInput.h"
 #include "KalibrImport.h"
 #include "Npy.h"
+#include "OutputDirectory.h"
 #include "RecordRig.h"
 
 namespace fs = std::filesystem;
@@ -405,6 +406,26 @@ INSTANTIATE_TEST_SUITE_P(
                   },
                   "right_x.npy: exists and is not a regular file"}),
     [](const ::testing::TestParamInfo<ErrorCase>& info) { return std::string(info.param.name); });
+
+TEST_F(ToolTest, AFailedCommitPutsBackWhatItReplaced) {
+  // A staged file that vanished makes the second rename fail after the first
+  // has replaced an older file: the older file must come back.
+  const fs::path out = dir_ / "maps";
+  fs::create_directories(out);
+  writeText(out / "a.npy", "older");
+  const std::vector<std::string> before = listing(dir_);
+  {
+    OutputDirectory directory;
+    std::string error;
+    ASSERT_TRUE(directory.open(out.string(), error)) << error;
+    writeText(directory.stage("a.npy"), "newer");
+    directory.stage("b.npy");  // staged, never written
+    EXPECT_FALSE(directory.commit(error));
+    EXPECT_NE(error.find("b.npy"), std::string::npos) << error;
+  }
+  EXPECT_EQ(listing(dir_), before);
+  EXPECT_EQ(readFile((out / "a.npy").string()), "older");
+}
 
 TEST_F(ToolTest, RecordsTheLibraryWouldRejectAreRefusedBeforeTheCall) {
   const Rig rig = exampleRig();
