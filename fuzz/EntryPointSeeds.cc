@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <limits>
 #include <string>
 
 #include "EntryPointInput.h"
@@ -16,6 +17,10 @@ void shrink(CameraCalibrationMRV& camera, double scale) {
   camera.width = static_cast<int32_t>(camera.width * scale);
   camera.height = static_cast<int32_t>(camera.height * scale);
   camera.fx *= scale, camera.fy *= scale, camera.cx *= scale, camera.cy *= scale;
+}
+
+void write(const std::string& path, const EntryPointInput::Input& in) {
+  std::ofstream(path, std::ios::binary) << EntryPointInput::serialise(in);
 }
 
 }  // namespace
@@ -37,8 +42,21 @@ int main(int argc, char** argv) {
     in.control.flags = static_cast<uint8_t>(index / 3 % 2);  // allowOutOfImage on every other pair
     in.control.messageSize = 96;
     in.control.factor = in.control.entryPoint == EntryPointInput::kSeeThrough ? 2.0f : 0.9f;
-    const std::string path = std::string(argv[1]) + "/" + lens.name + ".bin";
-    std::ofstream(path, std::ios::binary) << EntryPointInput::serialise(in);
+    write(std::string(argv[1]) + "/" + lens.name + ".bin", in);
+    // The same rig on the edges of the other arguments.
+    if (index == 0) {
+      in.control.entryPoint = EntryPointInput::kUndistort;
+      in.control.factor = std::numeric_limits<float>::quiet_NaN();
+      write(std::string(argv[1]) + "/UndistortNaNFactor.bin", in);
+      in.control.entryPoint = EntryPointInput::kSeeThrough;
+      in.control.factor = 0.0f;
+      write(std::string(argv[1]) + "/SeeThroughZeroDepth.bin", in);
+      in.control.entryPoint = EntryPointInput::kRectify;
+      in.control.flags = 1 << 3;  // right X map null
+      in.control.sizeDelta[0] = -7, in.control.sizeDelta[1] = 5;
+      in.control.messageSize = 0;
+      write(std::string(argv[1]) + "/RectifyOddBuffers.bin", in);
+    }
     ++index;
   }
   return 0;
