@@ -8,14 +8,15 @@ CXX_COMPILER ?= g++
 C_COMPILER ?= gcc
 
 # Debian packages the project builds, tests and runs with.
-PACKAGES := cmake ninja-build g++ clang pkg-config \
+PACKAGES := cmake ninja-build g++ clang libclang-rt-14-dev pkg-config \
             libgtest-dev libgmock-dev libbenchmark-dev \
             libtinyxml2-dev android-liblog-dev \
-            libcli11-dev libyaml-cpp-dev libopencv-dev python3-numpy
+            libcli11-dev libyaml-cpp-dev libopencv-dev python3-numpy \
+            libhwy-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps test test-clang test-android-log run bench install-check clean
+.PHONY: deps test test-clang test-android-log run bench install-check clean fuzz test-tsan
 .PHONY: deps-aarch64 test-aarch64
 
 deps:
@@ -87,6 +88,30 @@ run: deps build/release/build.ninja
 bench: deps build/release/build.ninja
 	cmake --build build/release -j $(JOBS)
 	@for b in build/release/bench/*_bench; do [ -x "$$b" ] && "$$b"; done
+
+# libFuzzer targets (clang, ASan+UBSan) run FUZZ_SECONDS each on scratch
+# copies of the seed corpora in fuzz/corpus; fails on any crash, hang, leak or
+# broken promise. Only the harnesses and what they link are built.
+FUZZ_SECONDS ?= 60
+build/fuzz/build.ninja: | deps
+	cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DCMAKE_C_FLAGS=-O1 \
+	  -DAR_FUZZ=ON -DAR_BUILD_TESTS=OFF -DAR_BUILD_BENCH=OFF \
+	  -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+
+fuzz: deps build/fuzz/build.ninja
+	cmake --build build/fuzz -j $(JOBS) --target fuzz_all
+	fuzz/run.sh build/fuzz $(FUZZ_SECONDS)
+
+# The whole suite under ThreadSanitizer (clang, Debug). tests/tsan.supp
+# silences reports from uninstrumented third-party libraries only.
+build/tsan/build.ninja: | deps
+	cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAR_TSAN=ON -DAR_BUILD_BENCH=OFF \
+	  -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+
+test-tsan: deps build/tsan/build.ninja
+	cmake --build build/tsan -j $(JOBS)
+	cd build/tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp \
+	  ctest --output-on-failure -j $(JOBS)
 
 clean:
 	rm -rf build maps

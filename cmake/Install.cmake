@@ -18,7 +18,7 @@ target_link_libraries(StereoRectifyWrapper PUBLIC tinyxml2::tinyxml2 Threads::Th
 # Every symbol must resolve inside the library or its declared dependencies.
 # Sanitizer runtimes are linked into the executable, not the shared library,
 # so the check is left out of sanitized builds.
-if(NOT AR_SANITIZE)
+if(NOT AR_SANITIZE AND NOT AR_FUZZ AND NOT AR_TSAN)
   target_link_options(StereoRectifyWrapper PRIVATE -Wl,--no-undefined)
 endif()
 # Only the library's own interface is exported (see the script's comment).

@@ -18,3 +18,10 @@ if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/RectifyMap_test.cc)
     SOURCES src/RectifyMap_test.cc
     DEPS ARVIORectify)
 endif()
+
+# The vector map kernel against the scalar reference, for all three builders.
+if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/MapKernel_test.cc)
+  ar_add_test(vio_map_kernel_test
+    SOURCES src/MapKernel_test.cc
+    DEPS ARVIORectify ARVIOUndistort ARVIOSeeThrough)
+endif()

@@ -3,6 +3,7 @@
 #include "AR/Common/Logger.h"
 #include "AR/Math/SE3.h"
 #include "EntryPointRules.h"
+#include "MapRows.h"
 #include "SourceProjection.h"
 
 namespace VIO {
@@ -26,6 +27,12 @@ AR::Math::Vec2I truncatedSize(const AR::Math::Vec2F& size) {
 void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool allowOutOfImage,
                      const AR::CV::FullCamera<float>& target, const AR::Math::SO3<float>& rectification,
                      AR::Common::ArrayView<AR::CV::Image<float>>& mapXY) {
+  setupRectifyMap(source, allowOutOfImage, target, rectification, mapXY, MapKernel::Vector);
+}
+
+void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool allowOutOfImage,
+                     const AR::CV::FullCamera<float>& target, const AR::Math::SO3<float>& rectification,
+                     AR::Common::ArrayView<AR::CV::Image<float>>& mapXY, MapKernel kernel) {
   using AR::Math::Vec2F;
   using AR::Math::Vec3F;
 
@@ -43,40 +50,37 @@ void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool allowOutOfIma
   if (!(mapXY[0].size() == size)) AR::Common::logError("mapXY[0].size() == size", kSource, kFunction, 26);
   if (!(mapXY[1].size() == size)) AR::Common::logError("mapXY[1].size() == size", kSource, kFunction, 27);
 
-  for (AR::CV::Image<float>& image : mapXY) image.clear(-1.0f);
-
-  const SourceProjection project(sourceCamera, allowOutOfImage);
-
   AR::CV::Image<float>& mapX = mapXY[0];
   AR::CV::Image<float>& mapY = mapXY[1];
 
-  Vec2F ideal;
-  bool haveIdeal = false;
-  for (int y = 0; y < size(1); ++y) {
-    for (int x = 0; x < size(0); ++x) {
-      Vec2F candidate;
-      if (targetCamera.tryPixel2ideal(Vec2F(float(x), float(y)), candidate)) {
-        ideal = candidate;
-        haveIdeal = true;
-      } else {
-        // Not a skip: the neighbouring ideal point is the best estimate.
-        AR::Common::logError("success", kSource, kFunction, 40);
-      }
-      if (!haveIdeal) continue;
+  const SourceProjection project(sourceCamera, allowOutOfImage);
+  VectorPlan plan(targetCamera, sourceCamera, allowOutOfImage, kernel);
+  plan.pipeline().ray = RayKind::Rotated;
+  plan.pipeline().M = M;
 
-      const Vec3F d = M * Vec3F(ideal(0), ideal(1), 1.0f);
-      // Rays at grazing angles or behind the camera have no useful source.
-      if (d(2) < 0.01f) continue;
-      const float invZ = 1.0f / d(2);
-      const float X = d(0) * invZ;
-      const float Y = d(1) * invZ;
-
-      float sx, sy;
-      if (!project.tryProject(X, Y, sx, sy)) continue;
-      mapX.at(x, y) = sx;
-      mapY.at(x, y) = sy;
+  // A pixel that cannot be made ideal is not a skip: the ideal point of the
+  // pixel before (along the rows) is the best estimate; before the first
+  // success there is none.
+  const auto scalarPixel = [&](int x, int y, PixelResult& result, IdealCarry& carry) {
+    Vec2F candidate;
+    if (targetCamera.tryPixel2ideal(Vec2F(float(x), float(y)), candidate)) {
+      carry.have = true;
+      carry.u = candidate(0);
+      carry.v = candidate(1);
+    } else {
+      AR::Common::logError("success", kSource, kFunction, 40);
     }
-  }
+    if (!carry.have) return;
+    const Vec3F d = M * Vec3F(carry.u, carry.v, 1.0f);
+    // Rays at grazing angles or behind the camera have no useful source.
+    if (d(2) < 0.01f) return;
+    const float invZ = 1.0f / d(2);
+    result.valid = project.tryProject(d(0) * invZ, d(1) * invZ, result.sx, result.sy);
+  };
+  // The whole target is walked: writes outside a map image of the wrong size
+  // are reported by the image, pixel by pixel.
+  fillMapRows(plan.active(), size, mapX, mapY, nullptr, true, scalarPixel);
+  clearExtraImages(mapXY);
 }
 
 }  // namespace VIO

@@ -5,6 +5,7 @@
 #include "AR/Common/ArrayView.h"
 #include "AR/Common/Macros.h"
 #include "AR/Math/SO3.h"
+#include "MapKernel.h"
 
 namespace VIO {
 
@@ -18,7 +19,7 @@ namespace VIO {
 /// R_c it is folded once into M = R_c * S. Distortion goes through the source
 /// camera's spline, not the polynomial model.
 ///
-/// Every entry is first set to -1.0, which stays for rays that point less
+/// An entry is -1.0 for rays that point less
 /// than 0.01 forward, leave the source's valid distortion range or, unless
 /// `allowOutOfImage`, land outside the source image. When a target pixel
 /// cannot be made ideal the failure is logged and the ideal point of the
@@ -29,5 +30,12 @@ AR_EXPORT void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool all
                                const AR::CV::FullCamera<float>& target,
                                const AR::Math::SO3<float>& rectification,
                                AR::Common::ArrayView<AR::CV::Image<float>>& mapXY);
+
+/// The same with a chosen implementation; both give the same maps bit for
+/// bit and log the same messages.
+AR_EXPORT void setupRectifyMap(const AR::CV::FullCamera<float>& source, bool allowOutOfImage,
+                               const AR::CV::FullCamera<float>& target,
+                               const AR::Math::SO3<float>& rectification,
+                               AR::Common::ArrayView<AR::CV::Image<float>>& mapXY, MapKernel kernel);
 
 }  // namespace VIO

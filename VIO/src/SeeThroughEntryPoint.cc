@@ -43,9 +43,9 @@ void buildEyeMaps(const AR::CV::FullCamera<float>& camera, const AR::CV::FullCam
                   float* mapY, uint32_t mapY_size) {
   if (!camera.hasIntrinsics() || !eye.hasIntrinsics()) return;
   VIO::CallerMapPair maps(extent, mapX, mapX_size, mapY, mapY_size);
-  std::array<AR::CV::Image<float>, 3> points;
+  // The plane points are not needed here: no full-size scratch for them.
   VIO::setupVSTMap(camera.getIntrinsics(), eye.getIntrinsics(), allowOutOfImage, eyeTransform,
-                   maps.view(), points, planeDepth);
+                   maps.view(), planeDepth);
   maps.finish();
 }
 

@@ -1,11 +1,14 @@
 # Shared by all three entry points: bounded writes into caller buffers, safe
-# size conversions, and copying maps into plain arrays.
+# size conversions, copying maps into plain arrays, and the vector map kernel
+# (Highway, one source compiled per instruction set, chosen at run time).
+find_package(hwy CONFIG REQUIRED)
 ar_add_component(ARVIOMapBuffers
   SOURCES
     src/EntryPointRules.cc
     src/MapBuffers.cc
+    src/MapKernel.cc
   INCLUDE_DIR include
-  DEPS ARCVImage ARMath ARCommon)
+  DEPS ARCVCamera ARCVImage ARMath ARCommon hwy::hwy)
 target_include_directories(ARVIOMapBuffers PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/src)
 target_link_libraries(ARVIO INTERFACE ARVIOMapBuffers)
 

@@ -3,6 +3,7 @@
 #include "AR/Common/Logger.h"
 #include "CameraModel/CameraModel.h"
 #include "EntryPointRules.h"
+#include "MapRows.h"
 #include "SourceProjection.h"
 
 namespace VIO {
@@ -34,17 +35,15 @@ CamModel::CameraModel<float> virtualCameraModel(const AR::CV::Camera<float>& cam
   return model;
 }
 
-/// Writes `value` at (x, y) when the image has that pixel. The builder's
-/// view check has already reported an image of the wrong size; dropping its
-/// outside writes here avoids one more report per pixel.
-inline void writeInside(AR::CV::Image<float>& image, int x, int y, float value) {
-  if (x < image.width() && y < image.height()) image.at(x, y) = value;
-}
-
 }  // namespace
 
 void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage, float fovFactor,
                        AR::Common::ArrayView<AR::CV::Image<float>>& mapXY) {
+  setupUndistortMap(camera, allowOutOfImage, fovFactor, mapXY, MapKernel::Vector);
+}
+
+void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage, float fovFactor,
+                       AR::Common::ArrayView<AR::CV::Image<float>>& mapXY, MapKernel kernel) {
   const AR::Math::Vec2I size = mapExtentOf(camera.getSize()).size;
 
   AR::CV::Camera<float> virtualCamera;
@@ -56,25 +55,28 @@ void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage
   if (!(mapXY[0].size() == size)) AR::Common::logError("mapXY[0].size() == size", kSource, kFunction, 66);
   if (!(mapXY[1].size() == size)) AR::Common::logError("mapXY[1].size() == size", kSource, kFunction, 67);
 
-  for (AR::CV::Image<float>& image : mapXY) image.clear(-1.0f);
   // Without a pair there is nowhere to write; without a virtual camera no
   // pixel has a ray.
-  if (!success || mapXY.size() < 2) return;
+  if (!success || mapXY.size() < 2) {
+    for (AR::CV::Image<float>& image : mapXY) image.clear(-1.0f);
+    return;
+  }
 
   AR::CV::Image<float>& mapX = mapXY[0];
   AR::CV::Image<float>& mapY = mapXY[1];
-  const SourceProjection project(camera, allowOutOfImage);
+  const AR::Math::Vec2I walk = walkWithinMap(size, mapX, mapY);
+  reportLeftOut(kSource, kFunction, __LINE__, "setupUndistortMap", size, walk);
 
-  for (int y = 0; y < size(1); ++y) {
-    for (int x = 0; x < size(0); ++x) {
-      Vec2F ideal;
-      if (!virtualCamera.tryPixel2ideal(Vec2F(float(x), float(y)), ideal)) continue;
-      float sx, sy;
-      if (!project.tryProject(ideal(0), ideal(1), sx, sy)) continue;
-      writeInside(mapX, x, y, sx);
-      writeInside(mapY, x, y, sy);
-    }
-  }
+  const SourceProjection project(camera, allowOutOfImage);
+  VectorPlan plan(virtualCamera, camera, allowOutOfImage, kernel);
+  plan.pipeline().ray = RayKind::Ideal;
+  const auto scalarPixel = [&](int x, int y, PixelResult& result, IdealCarry&) {
+    Vec2F ideal;
+    if (!virtualCamera.tryPixel2ideal(Vec2F(float(x), float(y)), ideal)) return;
+    result.valid = project.tryProject(ideal(0), ideal(1), result.sx, result.sy);
+  };
+  fillMapRows(plan.active(), walk, mapX, mapY, nullptr, false, scalarPixel);
+  clearExtraImages(mapXY);
 }
 
 }  // namespace VIO

@@ -4,6 +4,7 @@
 #include "AR/CV/Image/Image.h"
 #include "AR/Common/ArrayView.h"
 #include "AR/Common/Macros.h"
+#include "MapKernel.h"
 
 namespace VIO {
 
@@ -22,7 +23,9 @@ namespace VIO {
 ///
 /// A view that does not hold two images of the camera's size is reported:
 /// a pair of another size still receives the pixels that lie inside its
-/// images, a view without a pair is only cleared. A virtual
+/// images, a view without a pair is only cleared. Only the camera pixels
+/// that can land in the images are computed (the work is bounded by the
+/// map, not by the camera); how many were left out is logged once at DEBUG. A virtual
 /// camera that cannot be initialised (a non-positive or NaN focal length, a
 /// camera without a valid image size) is reported and leaves every entry at
 /// -1.0. Single precision throughout; the distortion goes through the
@@ -30,5 +33,12 @@ namespace VIO {
 AR_EXPORT void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage,
                                  float fovFactor,
                                  AR::Common::ArrayView<AR::CV::Image<float>>& mapXY);
+
+/// The same with a chosen implementation; both give the same maps bit for
+/// bit and log the same messages.
+AR_EXPORT void setupUndistortMap(const AR::CV::Camera<float>& camera, bool allowOutOfImage,
+                                 float fovFactor,
+                                 AR::Common::ArrayView<AR::CV::Image<float>>& mapXY,
+                                 MapKernel kernel);
 
 }  // namespace VIO

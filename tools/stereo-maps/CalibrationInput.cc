@@ -1,16 +1,14 @@
 #include "CalibrationInput.h"
 
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
-#include <fstream>
-#include <iterator>
-#include <vector>
 
+#include <StereoRectifyWrapper.h>
 
-#include "CameraFromRecord.h"
+#include "InputFile.h"
 #include "KalibrImport.h"
+#include "RigCheck.h"
 #include "XmlImport.h"
 
 namespace StereoMaps {
@@ -27,17 +25,11 @@ bool endsWith(const std::string& text, const std::string& suffix) {
 }
 
 bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    error = path + ": cannot be read";
+  // Only the record's own bytes are read: a record may be followed by more
+  // camera slots, and a path to something endless must not fill memory.
+  std::string bytes;
+  if (!readInputFile(path, "a DeviceCalibrationMRV record", sizeof(DeviceCalibrationMRV), true, bytes, error))
     return false;
-  }
-  std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (bytes.size() < sizeof(DeviceCalibrationMRV)) {
-    error = path + ": a DeviceCalibrationMRV record needs at least " + std::to_string(sizeof(DeviceCalibrationMRV)) +
-            " bytes, the file has " + std::to_string(bytes.size());
-    return false;
-  }
   rig = Rig{};
   std::memcpy(&rig.device, bytes.data(), sizeof(DeviceCalibrationMRV));
   if (rig.device.num_cameras != 2) {
@@ -47,28 +39,22 @@ bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
   return true;
 }
 
-/// The library aborts on cameras it cannot build only where its contract
-/// makes that a programming error; the tool turns every such input into a
-/// clear message instead, using the same float camera the library builds.
-bool validateCameras(const std::string& path, const Rig& rig, std::string& error) {
-  for (int i = 0; i < 2; ++i) {
-    const CameraCalibrationMRV& c = rig.device.cameras[i];
-    if (c.distortionModel < 0 || c.distortionModel > 5) {
-      error = path + ": camera " + std::to_string(i) + ": unknown distortion model " + std::to_string(c.distortionModel);
-      return false;
-    }
-    const double q = c.pose.orientation.x * c.pose.orientation.x + c.pose.orientation.y * c.pose.orientation.y +
-                     c.pose.orientation.z * c.pose.orientation.z + c.pose.orientation.w * c.pose.orientation.w;
-    if (!(q > 1e-12) || !std::isfinite(q)) {
-      error = path + ": camera " + std::to_string(i) + ": pose orientation is not a usable quaternion";
-      return false;
-    }
-    AR::CV::Camera<float> camera;
-    const bool ok = cameraFromRecord(c, camera);
-    if (!ok) {
-      error = path + ": camera " + std::to_string(i) + ": the library cannot build this camera (see its messages above)";
-      return false;
-    }
+/// The library stops on a fatal assertion for records that its contract
+/// makes a programming error; a front end turns every such input into a
+/// message instead. First the tool's own bounds and the display eyes (which
+/// the library's validation does not examine), then the library's own
+/// verdict on the device record, computed exactly as the entry points will
+/// compute it. Every entry-point call of the tool follows a successful load.
+bool validateRig(const std::string& path, const Rig& rig, std::string& error) {
+  std::string why;
+  if (!checkRig(rig, why)) {
+    error = path + ": " + why;
+    return false;
+  }
+  char message[512];
+  if (!ValidateDeviceCalibration(&rig.device, message, sizeof message)) {
+    error = path + ": " + message;
+    return false;
   }
   return true;
 }
@@ -103,13 +89,6 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
     else if (endsWith(path, ".yaml") || endsWith(path, ".yml")) format = CalibrationFormat::Kalibr;
     else format = CalibrationFormat::Record;
   }
-  {
-    std::ifstream probe(path, std::ios::binary);
-    if (!probe) {
-      error = path + ": cannot be opened";
-      return false;
-    }
-  }
   bool loaded = false;
   switch (format) {
     case CalibrationFormat::Xml:
@@ -122,7 +101,7 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
       loaded = loadRecord(path, rig, error);
       break;
   }
-  return loaded && validateCameras(path, rig, error);
+  return loaded && validateRig(path, rig, error);
 }
 
 }  // namespace StereoMaps

@@ -78,10 +78,67 @@ TYPED_TEST(HermiteTest, UnreachableEpsRunsElevenFits) {
   const PREC err = spline.setupHermiteCoeffs(fn, typename TestFixture::Vec2(PREC(0), PREC(3)), 1024,
                                              std::numeric_limits<PREC>::min());
   EXPECT_EQ(spline.getSegments().size(), 1024u);
-  // Fits with 1, 2, 4, ..., 1024 bins: nBins + 1 edges each, plus one midpoint per bin for the error.
-  EXPECT_EQ(fn.calls, 2 * 2047 + 11);
+  // Fits with 1, 2, 4, ..., 1024 bins: two edges for the first, then only the
+  // nBins/2 new (odd) edges of each doubling; one midpoint tells each failing
+  // fit (or a few, where the error rounds to 0), and the kept one is
+  // measured at all 1024.
+  EXPECT_GE(fn.calls, 2 + 1023 + 10 + 1024);
+  EXPECT_LT(fn.calls, 2 + 1023 + 100 + 1024);
   EXPECT_TRUE(err > PREC(0) && err < PREC(1e-6)) << err;
   EXPECT_FLOAT_EQ(float(spline.getScale()), float(1024.0 / 3.0));
+}
+
+// Doubling the bins reuses the previous fit's edges; the kept spline must be
+// the one a fit of that bin count from scratch gives, coefficient for
+// coefficient, for the distortion and undistortion factors of every model.
+TYPED_TEST(HermiteTest, DoublingFitsEqualFitsFromScratch) {
+  using PREC = TypeParam;
+  using Spline = typename TestFixture::Spline;
+  struct Lens {
+    DistortionModel model;
+    PREC k[6];
+  };
+  const Lens lenses[] = {{LINEAR, {}},
+                         {RADIAL_2_PARAMETERS, {PREC(-0.28), PREC(0.07)}},
+                         {RADIAL_3_PARAMETERS, {PREC(-0.3), PREC(0.1), PREC(-0.015)}},
+                         {RADIAL_6_PARAMETERS, {PREC(0.42), PREC(-0.03), PREC(0.002), PREC(0.75), PREC(0.04), PREC(0.001)}},
+                         {FISHEYE_1_PARAMETER, {PREC(0.92)}},
+                         {FISHEYE_4_PARAMETERS, {PREC(-0.012), PREC(0.003), PREC(-0.0006), PREC(0.0001)}}};
+  const auto expectSame = [](const Spline& fitted, const Spline& scratch) {
+    ASSERT_EQ(fitted.getSegments().size(), scratch.getSegments().size());
+    EXPECT_EQ(fitted.getScale(), scratch.getScale());
+    for (size_t i = 0; i < fitted.getSegments().size(); ++i) {
+      const auto& a = fitted.getSegments()[i];
+      const auto& b = scratch.getSegments()[i];
+      ASSERT_EQ(a.t0, b.t0) << i;
+      for (int k = 0; k < 4; ++k) ASSERT_EQ(a.coef(k), b.coef(k)) << "bin " << i << " coef " << k;
+    }
+  };
+  for (const Lens& lens : lenses) {
+    SCOPED_TRACE(CamModel::modelName(lens.model));
+    CamModel::CameraModel<PREC> model;
+    for (int i = 0; i < 6; ++i) model.radialDistortionCoeffs(i) = lens.k[i];
+    model.model = lens.model;
+    model.maxValidDistortionRSq = PREC(81);
+    model.maxValidUndistortionRSq = PREC(81);
+    model.setupValidDistortionRange();
+    const typename TestFixture::Vec2 distortRange(PREC(0), model.maxValidDistortionRSq);
+    const typename TestFixture::Vec2 undistortRange(PREC(0), model.maxValidUndistortionRSq);
+    const AR::CV::DistortFn<CamModel::CameraModel<PREC>> distort(model);
+    const AR::CV::UndistortFn<CamModel::CameraModel<PREC>> undistort(model);
+
+    Spline fitted, scratch;
+    fitted.setupHermiteCoeffs(distort, distortRange, 1024, PREC(1e-5));
+    scratch.setupHermiteCoeffs(distort, distortRange, 1, PREC(1e-5));  // keeps the range
+    scratch.setupHermiteCoeffsInt(distort, fitted.getSegments().size());
+    expectSame(fitted, scratch);
+
+    Spline fittedU, scratchU;
+    fittedU.setupHermiteCoeffs(undistort, undistortRange, 1024, PREC(1e-5));
+    scratchU.setupHermiteCoeffs(undistort, undistortRange, 1, PREC(1e-5));
+    scratchU.setupHermiteCoeffsInt(undistort, fittedU.getSegments().size());
+    expectSame(fittedU, scratchU);
+  }
 }
 
 TYPED_TEST(HermiteTest, EvaluateAtTheRangeEndsAndInTheLastBin) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <limits>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "AR/Common/Logger.h"
@@ -117,7 +118,24 @@ class AR_EXPORT HermiteSplineInterpolation {
 
  private:
   void reportNotInitialized() const;
+  void reportMidpointOutOfRange() const;
   void reportFit(size_t nBins, PREC err) const;
+
+  /// Builds `nBins` bins. `knots` holds value and slope (per bin of the
+  /// fit that produced them) at every edge of the previous fit and receives
+  /// this fit's: when the bin count has just doubled, the even edges are the
+  /// previous ones and are taken from there instead of evaluating `fn` again.
+  template <typename FUNCTION>
+  void fitBins(const FUNCTION& fn, size_t nBins, std::vector<HermiteAD>& knots);
+
+  /// testAccuracy for a fit that only has to be told apart from a good one:
+  /// the same midpoints and the same messages, but `fn` is evaluated only
+  /// until one error reaches `eps` (then that error, which decides the
+  /// fit, is returned). Midpoints are tried from the top of the range down,
+  /// where distortion changes fastest. Below `eps` the result is exactly
+  /// testAccuracy's.
+  template <typename FUNCTION>
+  PREC accuracyOrFirstFailure(const FUNCTION& fn, PREC eps) const;
 
   std::vector<Coeffs> segments;
   Vec2 range;
@@ -197,10 +215,14 @@ PREC HermiteSplineInterpolation<PREC>::setupHermiteCoeffs(const FUNCTION& fn,
   PREC err = std::numeric_limits<PREC>::infinity();
   if (MAX_BINS > 0) {
     size_t nBins = INIT_BINS;
+    std::vector<HermiteAD> knots;
     for (;;) {
-      setupHermiteCoeffsInt(fn, nBins);
-      err = testAccuracy(fn);
-      if (err < eps || 2 * nBins > MAX_BINS) break;
+      fitBins(fn, nBins, knots);
+      // The last fit is kept whatever its error, which is then reported in
+      // full; any other fit only has to be found good or not.
+      const bool last = 2 * nBins > MAX_BINS;
+      err = last ? testAccuracy(fn) : accuracyOrFirstFailure(fn, eps);
+      if (err < eps || last) break;
       nBins = 2 * nBins;
     }
   }
@@ -211,9 +233,41 @@ PREC HermiteSplineInterpolation<PREC>::setupHermiteCoeffs(const FUNCTION& fn,
 template <typename PREC>
 template <typename FUNCTION>
 void HermiteSplineInterpolation<PREC>::setupHermiteCoeffsInt(const FUNCTION& fn, size_t nBins) {
+  std::vector<HermiteAD> knots;
+  fitBins(fn, nBins, knots);
+}
+
+template <typename PREC>
+template <typename FUNCTION>
+void HermiteSplineInterpolation<PREC>::fitBins(const FUNCTION& fn, size_t nBins,
+                                               std::vector<HermiteAD>& knots) {
   segments.resize(nBins);
   const PREC h = (range(1) - range(0)) / PREC(nBins);
   scale = PREC(1) / h;
+
+  // Edge j of a fit with half the bins lies exactly where edge 2j lies now:
+  // the half-count width is exactly 2h (checked, it fails only for subnormal
+  // widths), and h*(2j) and 2h*j round alike since doubling commutes with
+  // rounding. Its value is the same; its slope was seeded with 2h and every
+  // derivative is linear in the seed, so halving it is exact as long as the
+  // result stays a normal number.
+  const bool reuse = nBins % 2 == 0 && knots.size() == nBins / 2 + 1 &&
+                     (range(1) - range(0)) / PREC(nBins / 2) == PREC(2) * h;
+  std::vector<HermiteAD> previous;
+  previous.swap(knots);
+  knots.reserve(nBins + 1);
+  const auto edge = [&](size_t j) {
+    if (reuse && j % 2 == 0) {
+      const HermiteAD& old = previous[j / 2];
+      const double halved = old.derivative() * 0.5;
+      if (halved == 0.0 || (std::isfinite(halved) && std::fabs(halved) >= 4 * std::numeric_limits<double>::min()))
+        return HermiteAD(old.value(), halved);
+    }
+    // Edges come from the index, never from a running sum, so rounding does
+    // not accumulate across 1024 bins.
+    const double x = j == 0 ? double(range(0)) : double(h) * double(j) + double(range(0));
+    return fn(HermiteAD(x, double(h)));
+  };
   const bool verbose =
       AR::Common::Logger::getInstance().getLevel() >= AR::Common::Logger::LEVEL_VERBOSE;
   const char* kFunction = AR_CV_PRETTY(
@@ -222,21 +276,18 @@ void HermiteSplineInterpolation<PREC>::setupHermiteCoeffsInt(const FUNCTION& fn,
 
   // Seeding the derivative with h gives the slope per bin parameter
   // s = (x - t0)/h in [0, 1], the form the Hermite basis needs.
-  HermiteAD edge = fn(HermiteAD(double(range(0)), double(h)));
-  double p0 = edge.value();
-  double m0 = edge.derivative();
+  knots.push_back(edge(0));
+  double p0 = knots.back().value();
+  double m0 = knots.back().derivative();
 
   // Powers of the density in PREC, as the coefficients are stored in PREC.
   const PREC scale2 = scale * scale;
   const PREC scale3 = scale2 * scale;
   for (size_t i = 0; i < nBins; ++i) {
-    // Edges come from the index, never from a running sum, so rounding does
-    // not accumulate across 1024 bins.
-    const double x1 = double(h) * double(i + 1) + double(range(0));
     const double t0 = double(h) * double(i) + double(range(0));
-    edge = fn(HermiteAD(x1, double(h)));
-    const double p1 = edge.value();
-    const double m1 = edge.derivative();
+    knots.push_back(edge(i + 1));
+    const double p1 = knots.back().value();
+    const double m1 = knots.back().derivative();
     if (verbose)
       AR::Common::Logger::getInstance().logEx2(
           AR::Common::Logger::LEVEL_VERBOSE, "CV/include/AR/CV/Camera/Hermite", kFunction,
@@ -286,17 +337,54 @@ PREC HermiteSplineInterpolation<PREC>::testAccuracy(const FUNCTION& fn) const {
       if (std::isnan(diff)) return std::numeric_limits<PREC>::infinity();
       if (diff > err) err = diff;
     } else {
-      AR::Common::logError(
-          "inRange", "CV/include/AR/CV/Camera/Hermite",
-          AR_CV_PRETTY(PREC, "PREC AR::CV::HermiteSplineInterpolation<PREC>::testAccuracy(const "
-                             "FUNCTION&) const"),
-          __LINE__);
+      reportMidpointOutOfRange();
     }
     const PREC next = x + step;
     if (!(next > x)) break;
     x = next;
   }
   return err;
+}
+
+template <typename PREC>
+template <typename FUNCTION>
+PREC HermiteSplineInterpolation<PREC>::accuracyOrFirstFailure(const FUNCTION& fn, PREC eps) const {
+  // Same answer as testAccuracy whenever the fit is good enough: without bins
+  // no point is tested and the error is 0, an unfitted spline walks (and
+  // reports) its midpoints exactly as testAccuracy does.
+  if (segments.empty()) return PREC(0);
+  // The midpoints and spline values exactly as testAccuracy walks them.
+  std::vector<std::pair<PREC, PREC>> points;
+  points.reserve(segments.size());
+  const PREC step = PREC(1) / scale;
+  for (PREC x = range(0) + step / PREC(2); x < range(1);) {
+    PREC y = PREC(0);
+    if (evaluate(x, y)) {
+      points.emplace_back(x, y);
+    } else {
+      reportMidpointOutOfRange();
+    }
+    const PREC next = x + step;
+    if (!(next > x)) break;
+    x = next;
+  }
+  PREC err = PREC(0);
+  for (auto it = points.rbegin(); it != points.rend(); ++it) {
+    const PREC diff = std::fabs(fn(it->first) - it->second);
+    if (std::isnan(diff)) return std::numeric_limits<PREC>::infinity();
+    if (diff > err) err = diff;
+    if (!(err < eps)) return err;
+  }
+  return err;
+}
+
+template <typename PREC>
+void HermiteSplineInterpolation<PREC>::reportMidpointOutOfRange() const {
+  AR::Common::logError(
+      "inRange", "CV/include/AR/CV/Camera/Hermite",
+      AR_CV_PRETTY(PREC, "PREC AR::CV::HermiteSplineInterpolation<PREC>::testAccuracy(const "
+                         "FUNCTION&) const"),
+      __LINE__);
 }
 
 template <typename PREC>
