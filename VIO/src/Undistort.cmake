@@ -44,3 +44,10 @@ if(TARGET ARVIOUndistort AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/src/UndistortMap
     SOURCES src/UndistortMapEntry_test.cc
     DEPS ARVIOUndistort)
 endif()
+
+# g++ 12 for AArch64 stops with an internal compiler error when
+# AddressSanitizer's use-after-scope check instruments the SVE copies of the
+# vector kernel; the rest of ASan still applies to it.
+if(AR_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)")
+  set_source_files_properties(src/MapKernel.cc PROPERTIES COMPILE_OPTIONS -fno-sanitize-address-use-after-scope)
+endif()
