@@ -11,7 +11,8 @@ C_COMPILER ?= gcc
 PACKAGES := cmake ninja-build g++ clang pkg-config \
             libgtest-dev libgmock-dev libbenchmark-dev \
             libtinyxml2-dev android-liblog-dev \
-            libcli11-dev libyaml-cpp-dev libopencv-dev python3-numpy
+            libcli11-dev libyaml-cpp-dev libopencv-dev python3-numpy \
+            pybind11-dev python3-dev python3-pytest python3-opencv
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

@@ -11,6 +11,7 @@
 
 #include "CameraFromRecord.h"
 #include "KalibrImport.h"
+#include "OpenCvImport.h"
 #include "XmlImport.h"
 
 namespace StereoMaps {
@@ -80,6 +81,7 @@ bool parseCalibrationFormat(const std::string& text, CalibrationFormat& format) 
   else if (text == "xml") format = CalibrationFormat::Xml;
   else if (text == "kalibr") format = CalibrationFormat::Kalibr;
   else if (text == "record") format = CalibrationFormat::Record;
+  else if (text == "opencv") format = CalibrationFormat::OpenCv;
   else return false;
   return true;
 }
@@ -98,10 +100,24 @@ std::string defaultCalibrationPath() {
 }
 
 bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::string& error) {
+  return loadRig(path, format, false, rig, error);
+}
+
+bool checkRig(const std::string& source, const Rig& rig, std::string& error) {
+  if (rig.device.num_cameras != 2) {
+    error = source + ": num_cameras is " + std::to_string(rig.device.num_cameras) + ", expected 2";
+    return false;
+  }
+  return validateCameras(source, rig, error);
+}
+
+bool loadRig(const std::string& path, CalibrationFormat format, bool fisheye, Rig& rig, std::string& error) {
   if (format == CalibrationFormat::Auto) {
     if (endsWith(path, ".xml")) format = CalibrationFormat::Xml;
     else if (endsWith(path, ".yaml") || endsWith(path, ".yml")) format = CalibrationFormat::Kalibr;
     else format = CalibrationFormat::Record;
+    // OpenCV writes .xml and .yml too; its own header tells the files apart.
+    if (format != CalibrationFormat::Record && looksLikeOpenCvStorage(path)) format = CalibrationFormat::OpenCv;
   }
   {
     std::ifstream probe(path, std::ios::binary);
@@ -117,6 +133,9 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
       break;
     case CalibrationFormat::Kalibr:
       loaded = loadKalibrCamchain(path, rig, error);
+      break;
+    case CalibrationFormat::OpenCv:
+      loaded = loadOpenCvStereo(path, fisheye, rig, error);
       break;
     default:
       loaded = loadRecord(path, rig, error);
