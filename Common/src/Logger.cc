@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "AR/Common/ConfigNode.h"
 #include "AR/Common/LogFilter.h"
@@ -681,7 +683,26 @@ void Logger::initializeLogSettingsFromConfiguration(const ConfigNode& config) {
       pimpl->closeAfterWrite = false;
     });
   }
-  pimpl->filter.initializeFromConfiguration(config);
+  // The filter tree is read by every logging thread under the mutex, so it
+  // changes only under the mutex too. The words are parsed first, outside:
+  // an unknown one logs a warning, which must not happen while the mutex is
+  // held. Applying them is what LogFilter::initializeFromConfiguration does.
+  struct Entry {
+    std::string name;
+    int level;
+  };
+  std::vector<Entry> entries;
+  for (ConfigNode child = logging.firstChild("LogLevel"); child.isValid(); child = child.nextSibling("LogLevel")) {
+    if (!child.hasAttribute("name") || !child.hasAttribute("level")) continue;
+    entries.push_back({child.getString("name"), LogFilter::getLogLevelFromString(child.getString("level"))});
+  }
+  const bool hasDefaultLevel = logging.hasAttribute("defaultLevel");
+  const int defaultLevel = hasDefaultLevel ? LogFilter::getLogLevelFromString(logging.getString("defaultLevel")) : 0;
+  withLock(*pimpl, [&] {
+    if (hasDefaultLevel) pimpl->filter.Level = defaultLevel;
+    for (const Entry& entry : entries)
+      pimpl->filter.setFilterLevel(entry.name.c_str(), entry.level, LogFilter::LOG_FILTER_SET_IF_NEW);
+  });
 }
 
 // ---------------------------------------------------------------------------

@@ -57,6 +57,23 @@ SRW_API bool CreateFixedPlaneVSTMaps(const DeviceCalibrationMRV* deviceCalibrati
                                      uint32_t mapRightX_size, float* mapRightY,
                                      uint32_t mapRightY_size);
 
+/* Whether the three entry points above can run on `device` without reaching
+ * a fatal assertion (a zero quaternion, a zero baseline, a distortion model
+ * outside 0..5, a lens whose rational denominator has no defined root, ...)
+ * and without non-finite intrinsics or poses. It evaluates what the entry
+ * points compute, in the same single precision, so its answer agrees with
+ * them; call it first on any record that does not come from a trusted
+ * source. The display-eye records of CreateFixedPlaneVSTMaps are not part of
+ * the device record and are not examined.
+ *
+ * Returns true and writes an empty string when the record is usable;
+ * otherwise returns false and writes one sentence naming the camera and the
+ * field. `message` may be null or `messageSize` 0 (nothing is written);
+ * otherwise at most messageSize bytes are written, NUL included, the
+ * sentence cut to fit. Like the entry points it builds both cameras, so it
+ * prints their lens range lines and logs what they log. */
+SRW_API bool ValidateDeviceCalibration(const DeviceCalibrationMRV* device, char* message, uint32_t messageSize);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,7 +1,8 @@
 #include "DeviceCalibration.h"
 
-#include <limits>
+#include <string>
 
+#include "AR/Math/CheckedConversion.h"
 #include "AR/Math/SE3.h"
 #include "CameraModel/CameraModel.h"
 
@@ -20,16 +21,8 @@ Vector<float, 3> rotationVector(const Matrix<float, 3, 3>& R) {
   return axis * angle;
 }
 
-/// Double to float, rounding to nearest. Values beyond the float range become
-/// infinities, as the hardware conversion gives them, without relying on a
-/// conversion that the language leaves undefined.
-float toFloat(double value) {
-  // Smallest magnitude that rounds to infinity: FLT_MAX plus half an ulp.
-  constexpr double kFloatOverflow = 0x1.ffffffp127;
-  if (value >= kFloatOverflow) return std::numeric_limits<float>::infinity();
-  if (value <= -kFloatOverflow) return -std::numeric_limits<float>::infinity();
-  return static_cast<float>(value);
-}
+/// Double to float, rounding to nearest, defined beyond the float range.
+float toFloat(double value) { return AR::Math::roundToPrecision<float>(value); }
 
 void storeVector(DeviceFrameParams& frame, int first, const Vector<float, 3>& v) {
   for (int i = 0; i < 3; ++i) frame.values[first + i] = v(i);
@@ -39,11 +32,34 @@ void storeHeaderVector(DeviceFrameParams& frame, int first, const double (&v)[3]
   for (int i = 0; i < 3; ++i) frame.values[first + i] = toFloat(v[i]);
 }
 
+/// Why setting up the valid range of `model` would abort, or null when it
+/// will not: an enumeration value outside the six models, or a RADIAL_6
+/// denominator root that is not a number.
+const char* rangeSetupRefusal(const CamModel::CameraModel<float>& model) {
+  if (uint32_t(model.model) > uint32_t(FISHEYE_4_PARAMETERS))
+    return "distortion model is not one of the six lens models (0 to 5)";
+  if (model.denominatorRootIsNaN())
+    return "radial coefficients k4..k6 give a denominator root that is not a number in single precision";
+  return nullptr;
+}
+
+const char* const kCameraIds[2] = {"trackingA0", "trackingB1"};
+
+/// "camera <index> (<id>) <field>: <reason>" into `refusal`; returns false.
+bool refuse(std::string* refusal, int camera, const char* field, const char* reason) {
+  *refusal = std::string("camera ") + std::to_string(camera) + " (" + kCameraIds[camera] + ") " + field + ": " +
+             reason;
+  return false;
+}
+
+}  // namespace
+
 /// The internal camera model of one camera record: float parameters in the
-/// model's order (principal point before focal length, as in the record) with
-/// the valid distortion range narrowed. The record's noise fields are not
-/// read: every device camera has the variance kDeviceCameraNoiseVariance.
-CamModel::CameraModel<float> cameraModelFromRecord(const CameraCalibrationMRV& cam) {
+/// model's order (principal point before focal length, as in the record),
+/// both validity limits at their starting value. The record's noise fields
+/// are not read: every device camera has the variance
+/// kDeviceCameraNoiseVariance.
+CamModel::CameraModel<float> cameraModelFields(const CameraCalibrationMRV& cam) {
   CamModel::CameraModel<float> model;
   model.size = Vector<float, 2>(static_cast<float>(cam.width), static_cast<float>(cam.height));
   model.principalPoint = Vector<float, 2>(toFloat(cam.cx), toFloat(cam.cy));
@@ -53,15 +69,21 @@ CamModel::CameraModel<float> cameraModelFromRecord(const CameraCalibrationMRV& c
   model.model = static_cast<DistortionModel>(static_cast<uint32_t>(cam.distortionModel));
   model.maxValidDistortionRSq = kDeviceCameraNoiseVariance;
   model.maxValidUndistortionRSq = kDeviceCameraNoiseVariance;
-  model.setupValidDistortionRange();
   return model;
 }
 
-}  // namespace
+Vector<float, 4> poseQuaternion(const XrPosedMRV_t& pose) {
+  return Vector<float, 4>(toFloat(pose.orientation.x), toFloat(pose.orientation.y), toFloat(pose.orientation.z),
+                          toFloat(pose.orientation.w));
+}
+
+static bool poseQuaternionHasDirection(const XrPosedMRV_t& pose) {
+  // Exactly the test that normalize() applies before it divides.
+  return AR::Math::squaredNorm(poseQuaternion(pose)) > 0.0f;
+}
 
 AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose) {
-  Vector<float, 4> q(toFloat(pose.orientation.x), toFloat(pose.orientation.y),
-                     toFloat(pose.orientation.z), toFloat(pose.orientation.w));
+  Vector<float, 4> q = poseQuaternion(pose);
   AR::Math::normalize(q);
   const float x = q(0);
   const float y = q(1);
@@ -79,11 +101,18 @@ AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose) {
   return AR::Math::SE3<float>(AR::Math::SO3<float>(R), t);
 }
 
-bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
-                               AR::CV::FullStereoCameraCalibration<float>& calibration,
-                               DeviceFrameParams& frame) {
+namespace {
+
+/// The conversion. With a non-null `refusal` every step that would reach a
+/// fatal assertion is tested first, on the very values that step would use,
+/// and the conversion stops there with the reason instead; with a null one
+/// the assertions fire as they always do.
+bool convert(const DeviceCalibrationMRV* device, AR::CV::FullStereoCameraCalibration<float>& calibration,
+             DeviceFrameParams& frame, std::string* refusal) {
   const CameraCalibrationMRV& cam0 = device->cameras[0];
   const CameraCalibrationMRV& cam1 = device->cameras[1];
+  const char* const kZeroQuaternion =
+      "the quaternion is zero, or so small that its squared length is zero in single precision";
 
   // 1. Header vectors and camera 0's integer field.
   for (int i = 12; i < 18; ++i) frame.values[i] = 0.0f;
@@ -97,6 +126,8 @@ bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
   storeVector(frame, 18, rotationVector(Matrix<float, 3, 3>::identity()));
 
   // 3. Camera 0's inverse pose: device-from-camera 0.
+  if (refusal != nullptr && !poseQuaternionHasDirection(cam0.pose))
+    return refuse(refusal, 0, "pose orientation", kZeroQuaternion);
   const AR::Math::SE3<float> T0 = toXRRD(cam0.pose);
   const Matrix<float, 3, 3> R0 = T0.rotation().matrix();
   const Matrix<float, 3, 3> R0t = R0.transpose();
@@ -113,22 +144,44 @@ bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
 
   // 6. Camera 1 relative to camera 0: T1 * T0^-1. The translation uses the
   // factors before re-orthogonalisation.
+  if (refusal != nullptr && !poseQuaternionHasDirection(cam1.pose))
+    return refuse(refusal, 1, "pose orientation", kZeroQuaternion);
   const AR::Math::SE3<float> T1 = toXRRD(cam1.pose);
   const Matrix<float, 3, 3> R1 = T1.rotation().matrix();
   const Vector<float, 3> t10 = T1.translation() - R1 * R0tT0;
   const AR::Math::SE3<float> pose1(AR::Math::SO3<float>(R1 * R0t), t10);
 
   // 7. Intrinsic models, camera 0 first.
-  const CamModel::CameraModel<float> model0 = cameraModelFromRecord(cam0);
-  const CamModel::CameraModel<float> model1 = cameraModelFromRecord(cam1);
+  CamModel::CameraModel<float> models[2] = {cameraModelFields(cam0), cameraModelFields(cam1)};
+  for (int i = 0; i < 2; ++i) {
+    if (refusal != nullptr) {
+      if (const char* reason = rangeSetupRefusal(models[i])) return refuse(refusal, i, "distortion model", reason);
+    }
+    models[i].setupValidDistortionRange();
+  }
 
   // 8., 9. Both cameras are always attempted.
   const AR::CV::CaptureDetails noCapture;
-  const bool ok0 = calibration[0].init(model0, pose0, AR::CV::CamImageId("trackingA0"), false, 0.0f,
+  const bool ok0 = calibration[0].init(models[0], pose0, AR::CV::CamImageId(kCameraIds[0]), false, 0.0f,
                                        noCapture, 0.0);
-  const bool ok1 = calibration[1].init(model1, pose1, AR::CV::CamImageId("trackingB1"), false, 0.0f,
+  const bool ok1 = calibration[1].init(models[1], pose1, AR::CV::CamImageId(kCameraIds[1]), false, 0.0f,
                                        noCapture, 0.0);
   return ok0 && ok1;
+}
+
+}  // namespace
+
+bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
+                               AR::CV::FullStereoCameraCalibration<float>& calibration,
+                               DeviceFrameParams& frame) {
+  return convert(device, calibration, frame, nullptr);
+}
+
+bool tryDeviceToStereoCalibration(const DeviceCalibrationMRV* device,
+                                  AR::CV::FullStereoCameraCalibration<float>& calibration,
+                                  DeviceFrameParams& frame, std::string& refusal) {
+  refusal.clear();
+  return convert(device, calibration, frame, &refusal);
 }
 
 }  // namespace VIO

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <string>
+
 #include "AR/CV/Camera/StereoCamera.h"
 #include "AR/Common/Macros.h"
 #include "AR/Math/SE3.h"
+#include "CameraModel/CameraModel.h"
 #include "StereoRectifyWrapperTypes.h"
 
 namespace VIO {
@@ -32,6 +35,24 @@ AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose);
 AR_EXPORT bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
                                          AR::CV::FullStereoCameraCalibration<float>& calibration,
                                          DeviceFrameParams& frame);
+
+/// The same conversion for a caller that must not abort: every step that
+/// would reach a fatal assertion (a quaternion without direction in float,
+/// a distortion model outside 0..5, a RADIAL_6 denominator root that is not a
+/// number) is tested first on the very values that step uses; the conversion
+/// then stops, returns false and says in `refusal` which camera and field are
+/// to blame. Otherwise it is deviceToStereoCalibration exactly, `refusal`
+/// empty (a camera that does not initialise still gives false).
+bool tryDeviceToStereoCalibration(const DeviceCalibrationMRV* device,
+                                  AR::CV::FullStereoCameraCalibration<float>& calibration,
+                                  DeviceFrameParams& frame, std::string& refusal);
+
+/// The pose quaternion of a record rounded to float, as toXRRD reads it.
+AR::Math::Vector<float, 4> poseQuaternion(const XrPosedMRV_t& pose);
+
+/// The internal model of a camera record before its valid range is set up
+/// (both limits at their starting value), as the conversion builds it.
+CamModel::CameraModel<float> cameraModelFields(const CameraCalibrationMRV& cam);
 
 }  // namespace VIO
 

@@ -9,6 +9,7 @@
 #include "DeviceCalibration.h"
 #include "EntryPointRules.h"
 #include "RectifyMap.h"
+#include "RectifyTarget.h"
 #include "StereoRectifyWrapper.h"
 
 namespace {
@@ -105,6 +106,28 @@ void writeRectifiedCamera(const AR::CV::Camera<float>& camera, const DeviceFrame
 
 }  // namespace
 
+namespace VIO {
+
+bool rectifyTarget(const AR::CV::FullStereoCameraCalibration<float>& calibration,
+                   AR::CV::FullStereoCameraCalibration<float>& target, AR::Math::SO3<float>& S,
+                   AR::CV::DepthParams<float>& depthParams, const char** refusal) {
+  AR::Math::Matrix33F identityRotation = AR::Math::Matrix33F::identity();
+  AR::Math::enforceRotation(identityRotation);
+  const AR::Math::SE3<float> identityPose(AR::Math::SO3<float>::fromOrthonormal(identityRotation),
+                                          AR::Math::Vec3F());
+  const AR::Math::Vec3F noDesiredDirection;
+  if (refusal == nullptr) {
+    AR::CV::makeTargetCalibration<float>(calibration, kNumDisparities, kMinDepth, kMaxDepth, kTargetImageWidth,
+                                         identityPose, noDesiredDirection, target, S, depthParams);
+    return true;
+  }
+  return AR::CV::Internal::tryMakeTargetCalibration<float>(calibration, kNumDisparities, kMinDepth, kMaxDepth,
+                                                           kTargetImageWidth, identityPose, noDesiredDirection,
+                                                           target, S, depthParams, *refusal);
+}
+
+}  // namespace VIO
+
 extern "C" bool CreateRectifyMap(const DeviceCalibrationMRV* deviceCalibration, uint32_t allowOutOfImage,
                                  float* mapLeftX, uint32_t mapLeftX_size, float* mapLeftY, uint32_t mapLeftY_size,
                                  float* mapRightX, uint32_t mapRightX_size, float* mapRightY,
@@ -127,16 +150,10 @@ extern "C" bool CreateRectifyMap(const DeviceCalibrationMRV* deviceCalibration, 
   if (!ret) AR::Common::logError("ret", kSource, kFunction, 29);
 
   if (depthParamOut != nullptr) *depthParamOut = -1.0f;
-  AR::Math::Matrix33F identityRotation = AR::Math::Matrix33F::identity();
-  AR::Math::enforceRotation(identityRotation);
-  const AR::Math::SE3<float> identityPose(AR::Math::SO3<float>::fromOrthonormal(identityRotation),
-                                          AR::Math::Vec3F());
-  const AR::Math::Vec3F noDesiredDirection;
   AR::CV::FullStereoCameraCalibration<float> target;
   AR::Math::SO3<float> S;
   AR::CV::DepthParams<float> depthParams;
-  AR::CV::makeTargetCalibration<float>(calibration, kNumDisparities, kMinDepth, kMaxDepth, kTargetImageWidth,
-                                       identityPose, noDesiredDirection, target, S, depthParams);
+  VIO::rectifyTarget(calibration, target, S, depthParams, nullptr);
   if (depthParamOut != nullptr) *depthParamOut = depthParams.constant;
 
   const AR::CV::Camera<float>& targetLeft = target[0].getIntrinsics();

@@ -33,6 +33,20 @@ constexpr double kMaxCoefficientMagnitude = 1e4;
 /// its printed digits; beyond this it is not a rotation at all.
 constexpr double kMaxRotationError = 1e-3;
 
+/// The rotation as a file holds it: orthonormal to within a few units of
+/// rounding of T. A matrix already that close is returned bit for bit; one
+/// further off gets orthonormalisation steps until it is (from the loader's
+/// tolerance, three steps at most in practice). Both saving and loading go
+/// through this, so a saved rotation loads back bit for bit and saving what
+/// was loaded writes the same digits again.
+template <typename T>
+AR::Math::Matrix<T, 3, 3> fileRotation(AR::Math::Matrix<T, 3, 3> R) {
+  const T exactEnough = T(8) * std::numeric_limits<T>::epsilon();
+  for (int step = 0; step < 16 && !(AR::Math::orthogonalityError(R) <= exactEnough); ++step)
+    AR::Math::enforceRotation(R);
+  return R;
+}
+
 // ---------------------------------------------------------------------------
 // Writing
 
@@ -60,7 +74,7 @@ std::string formatValues(const T* values, int count) {
 template <typename T>
 XMLElement* newPoseElement(XMLDocument& doc, const AR::Math::SE3<T>& pose) {
   XMLElement* element = doc.NewElement("Pose");
-  element->SetAttribute("rotation", formatValues(pose.rotation().matrix().data(), 9).c_str());
+  element->SetAttribute("rotation", formatValues(fileRotation(pose.rotation().matrix()).data(), 9).c_str());
   element->SetAttribute("translation", formatValues(pose.translation().data(), 3).c_str());
   return element;
 }
@@ -123,8 +137,10 @@ class ElementReader {
         ++tokenEnd;
       const std::string token(cursor, tokenEnd);
       cursor = tokenEnd;
-      if (found == count) {
-        ++found;  // counted only to report the excess
+      // Values beyond the expected count are only counted, for the message:
+      // the caller's array holds exactly `count`.
+      if (found >= count) {
+        ++found;
         continue;
       }
       double value = 0.0;
@@ -225,7 +241,8 @@ bool parseModelName(const std::string& name, DistortionModel& model) {
 /// A rigid transform from a "Pose" element: "rotation" (row-major 3x3) and
 /// "translation". A rotation that is orthonormal to the precision of T is
 /// kept bit for bit (so saved files load back exactly); a slightly rounded
-/// one is re-orthogonalised; anything further off is rejected.
+/// one is re-orthogonalised as saving would (fileRotation); anything further
+/// off is rejected.
 template <typename T>
 bool readPose(const ElementReader& reader, AR::Math::SE3<T>& pose) {
   AR::Math::Matrix<T, 3, 3> R;
@@ -236,11 +253,7 @@ bool readPose(const ElementReader& reader, AR::Math::SE3<T>& pose) {
   if (!(error <= kMaxRotationError) || !(AR::Math::determinant(R) > T(0)))
     return reader.failAttribute("rotation",
                                 "is not a rotation matrix (orthonormal, determinant +1)");
-  const T exactEnough = T(8) * std::numeric_limits<T>::epsilon();
-  const AR::Math::SO3<T> rotation = static_cast<T>(error) <= exactEnough
-                                        ? AR::Math::SO3<T>::fromOrthonormal(R)
-                                        : AR::Math::SO3<T>(R);
-  pose = AR::Math::SE3<T>(rotation, t);
+  pose = AR::Math::SE3<T>(AR::Math::SO3<T>::fromOrthonormal(fileRotation(R)), t);
   return true;
 }
 

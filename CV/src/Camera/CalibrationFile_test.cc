@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "RecordRig.h"
@@ -95,6 +96,35 @@ TEST_P(CalibrationFileRoundTripTest, Double) { roundTrip<double>(); }
 INSTANTIATE_TEST_SUITE_P(AllLensModels, CalibrationFileRoundTripTest, ::testing::ValuesIn(RecordRig::realisticLenses()),
                          [](const auto& info) { return std::string(info.param.name); });
 
+/// A rig whose rotations are a little off orthonormal, as rotations composed
+/// in memory are: saving then loading must reach a fixed point at once.
+template <typename PREC>
+class NearRotationRoundTrip : public ::testing::Test {};
+using Precisions = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(NearRotationRoundTrip, Precisions);
+
+TYPED_TEST(NearRotationRoundTrip, SecondSaveIsIdenticalAndLoadedPosesEqualTheFile) {
+  using PREC = TypeParam;
+  auto rig = makeRig<PREC>(RecordRig::realisticLenses()[2]);
+  for (size_t i = 0; i < rig.size(); ++i) {
+    auto R = rig[i].getCamReferenceToLocal().rotation().matrix();
+    // Off by several hundred units of rounding, well inside the loader's tolerance.
+    for (int j = 0; j < 9; ++j) R.data()[j] *= PREC(1) + PREC(300 + 50 * j) * std::numeric_limits<PREC>::epsilon();
+    rig[i].setExtrinsics(AR::Math::SE3<PREC>(AR::Math::SO3<PREC>::fromOrthonormal(R),
+                                             rig[i].getCamReferenceToLocal().translation()));
+  }
+  std::string first, second, third, error;
+  ASSERT_TRUE(saveCalibrationToString(rig, nullptr, first, &error)) << error;
+  FullStereoCameraCalibration<PREC> loaded, reloaded;
+  ASSERT_TRUE(quietly([&] { return loadCalibrationFromString(first, loaded, nullptr, &error); })) << error;
+  ASSERT_TRUE(saveCalibrationToString(loaded, nullptr, second, &error)) << error;
+  EXPECT_EQ(first, second);
+  ASSERT_TRUE(quietly([&] { return loadCalibrationFromString(second, reloaded, nullptr, &error); })) << error;
+  expectSameRig(loaded, reloaded);
+  ASSERT_TRUE(saveCalibrationToString(reloaded, nullptr, third, &error)) << error;
+  EXPECT_EQ(second, third);
+}
+
 /// One camera, every element present; each malformed case edits one piece of it.
 const std::string kValidFile =
     "<?xml version=\"1.0\"?>\n"
@@ -142,6 +172,11 @@ TEST(MalformedFileTest, EachCaseIsRejectedWithItsMessageAndChangesNothing) {
       {"RADIAL_3", "RADIAL_4", "attribute 'model' names an unknown distortion model 'RADIAL_4_PARAMETERS'"},
       {"0 0 0 \"", "0 0 \"", "attribute 'radial_distortion' holds 5 values, expected 6"},
       {"280 280", "280 nan", "attribute 'focal_length' value 'nan' is not finite"},
+      {"280 280", "-inf 280", "attribute 'focal_length' value '-inf' is not finite"},
+      {"320 240", "320 1e400", "attribute 'principal_point' value '1e400' is not finite"},
+      // More values than the element holds: counted, never stored.
+      {"translation=\"0.05 0 0\"", "translation=\"0.05 0 0 1e300 -1e300 7 8\"",
+       "attribute 'translation' holds 7 values, expected 3"},
       {"RADIAL_3", "RADIAL_2", "element 'Calibration' of camera 'cam' (line 4): invalid intrinsics"},
       {"0 1\" translation=\"0.05", "0 -1\" translation=\"0.05", "attribute 'rotation' is not a rotation matrix"},
       {"\"true\"", "\"yes\"",

@@ -203,13 +203,19 @@ void leanTowardsDirection(const AR::Math::SE3<FloatType>& T_ol2ref,
 
 }  // namespace Internal
 
+namespace {
+
+/// The computation of makeTargetCalibration. With a non-null `refusal` each
+/// normalisation that would abort is tested first on the very value it
+/// normalises, and the computation stops there with the reason.
 template <typename FloatType>
-void makeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibration, const uint32_t numDisparities,
-                           const FloatType minDepth, const FloatType maxDepth, const uint32_t targetImageWidth,
-                           const AR::Math::SE3<FloatType>& T_ol2ref,
-                           const AR::Math::Vector<FloatType, 3>& desiredDirection,
-                           FullStereoCameraCalibration<FloatType>& targetCalibration,
-                           AR::Math::SO3<FloatType>& R_tl2ol, DepthParams<FloatType>& depthParams) {
+bool targetCalibrationSteps(const FullStereoCameraCalibration<FloatType>& calibration,
+                            const uint32_t numDisparities, const FloatType minDepth, const FloatType maxDepth,
+                            const uint32_t targetImageWidth, const AR::Math::SE3<FloatType>& T_ol2ref,
+                            const AR::Math::Vector<FloatType, 3>& desiredDirection,
+                            FullStereoCameraCalibration<FloatType>& targetCalibration,
+                            AR::Math::SO3<FloatType>& R_tl2ol, DepthParams<FloatType>& depthParams,
+                            const char** refusal) {
   using T = FloatType;
   using Vec2 = AR::Math::Vector<T, 2>;
   using Vec3 = AR::Math::Vector<T, 3>;
@@ -284,13 +290,28 @@ void makeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibra
 
   // 11.-12. Rotation A that turns the half-rotated baseline onto the target
   // baseline direction.
+  if (refusal != nullptr && !(AR::Math::norm(uPrime) > T(0))) {
+    *refusal = "the baseline between the two cameras is zero or not a number in single precision";
+    return false;
+  }
   const Vec3 u = AR::Math::unit(uPrime);
-  const Vec3 baselineDir_target_t = AR::Math::unit(targetCalibration[1].getCamReferenceToLocal().translation());
+  const Vec3& targetBaseline = targetCalibration[1].getCamReferenceToLocal().translation();
+  if (refusal != nullptr && !(AR::Math::norm(targetBaseline) > T(0))) {
+    *refusal = "the rectified pair has no baseline (its right camera could not be built)";
+    return false;
+  }
+  const Vec3 baselineDir_target_t = AR::Math::unit(targetBaseline);
   Vec3 a = AR::Math::cross(u, baselineDir_target_t);
-  if (AR::Math::isZero(a))
+  if (AR::Math::isZero(a)) {
     a = Vec3(-u(1), u(0), u(2));
-  else
+  } else {
+    if (refusal != nullptr && !(AR::Math::squaredNorm(a) > T(0))) {
+      *refusal = "the baseline direction is not a number, or too nearly parallel to the rectified baseline "
+                 "for single precision";
+      return false;
+    }
     AR::Math::normalize(a);
+  }
   const T alpha = std::acos(AR::Math::dot(u, baselineDir_target_t));
   const AR::Math::SO3<T> A = AR::Math::SO3<T>::exp(a * alpha);
 
@@ -305,13 +326,18 @@ void makeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibra
   const Vec3 v = R_tl2ol.matrix().transpose() * baselineVec_ol;
   if (levelAtLeast(AR::Common::Logger::LEVEL_DEBUG))
     AR::Common::logMultilineString(AR::Math::to_string(v), AR::Common::Logger::LEVEL_DEBUG);
+  if (refusal != nullptr && !(AR::Math::norm(v) > T(0))) {
+    *refusal = "the baseline vanishes or is not a number after rectification in single precision";
+    return false;
+  }
   if (!(AR::Math::fabs(AR::Math::dot(AR::Math::unit(v), baselineDir_target_t) - T(1)) < 0.0001))
     AR::Common::logError(
         "(Math::fabs(Math::dot(Math::unit(R_tl2ol.inverse()*baselineVec_ol), baselineDir_target_t) - 1)) < "
         "0.0001",
         kSource, function, __LINE__);
 
-  // 16. Optional lean towards a desired direction.
+  // 16. Optional lean towards a desired direction (not covered by the
+  // checked variant, which refuses it up front).
   if (!AR::Math::isZero(desiredDirection))
     Internal::leanTowardsDirection(T_ol2ref, desiredDirection, targetModels, targetCalibration, R_tl2ol);
 
@@ -322,7 +348,51 @@ void makeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibra
   // 18. Self-checks (log only).
   Internal::checkMappingFactor(targetSize, targetCalibration, depthParams);
   Internal::validateStereoRectify(calibration, targetCalibration, R_tl2ol);
+  return true;
 }
+
+}  // namespace
+
+template <typename FloatType>
+void makeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibration, const uint32_t numDisparities,
+                           const FloatType minDepth, const FloatType maxDepth, const uint32_t targetImageWidth,
+                           const AR::Math::SE3<FloatType>& T_ol2ref,
+                           const AR::Math::Vector<FloatType, 3>& desiredDirection,
+                           FullStereoCameraCalibration<FloatType>& targetCalibration,
+                           AR::Math::SO3<FloatType>& R_tl2ol, DepthParams<FloatType>& depthParams) {
+  targetCalibrationSteps(calibration, numDisparities, minDepth, maxDepth, targetImageWidth, T_ol2ref,
+                         desiredDirection, targetCalibration, R_tl2ol, depthParams, nullptr);
+}
+
+namespace Internal {
+
+template <typename FloatType>
+bool tryMakeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibration,
+                              const uint32_t numDisparities, const FloatType minDepth, const FloatType maxDepth,
+                              const uint32_t targetImageWidth, const AR::Math::SE3<FloatType>& T_ol2ref,
+                              const AR::Math::Vector<FloatType, 3>& desiredDirection,
+                              FullStereoCameraCalibration<FloatType>& targetCalibration,
+                              AR::Math::SO3<FloatType>& R_tl2ol, DepthParams<FloatType>& depthParams,
+                              const char*& refusal) {
+  refusal = nullptr;
+  if (!AR::Math::isZero(desiredDirection)) {
+    refusal = "leaning towards a desired direction is not checked";
+    return false;
+  }
+  return targetCalibrationSteps(calibration, numDisparities, minDepth, maxDepth, targetImageWidth, T_ol2ref,
+                                desiredDirection, targetCalibration, R_tl2ol, depthParams, &refusal);
+}
+
+template AR_EXPORT bool tryMakeTargetCalibration<float>(
+    const FullStereoCameraCalibration<float>&, const uint32_t, const float, const float, const uint32_t,
+    const AR::Math::SE3<float>&, const AR::Math::Vector<float, 3>&, FullStereoCameraCalibration<float>&,
+    AR::Math::SO3<float>&, DepthParams<float>&, const char*&);
+template AR_EXPORT bool tryMakeTargetCalibration<double>(
+    const FullStereoCameraCalibration<double>&, const uint32_t, const double, const double, const uint32_t,
+    const AR::Math::SE3<double>&, const AR::Math::Vector<double, 3>&, FullStereoCameraCalibration<double>&,
+    AR::Math::SO3<double>&, DepthParams<double>&, const char*&);
+
+}  // namespace Internal
 
 template AR_EXPORT void makeTargetCalibration<float>(const FullStereoCameraCalibration<float>&, const uint32_t,
                                                      const float, const float, const uint32_t,

@@ -109,17 +109,18 @@ void CameraModel<PREC>::findDistortionLimits() {
   maxValidUndistortionRSq = d * d * Lend;
 }
 
-template <typename PREC>
-void CameraModel<PREC>::findMaxDistortionLimits_6paramRadial() {
-  using Complex = std::complex<PREC>;
-  const PREC k3 = radialDistortionCoeffs(3);
-  const PREC k4 = radialDistortionCoeffs(4);
-  const PREC k5 = radialDistortionCoeffs(5);
-  if (k5 == PREC(0)) return;
+namespace {
 
-  // Squared radius at which the denominator 1 + k3 x + k4 x^2 + k5 x^3 has
-  // fallen to 0.1 (not to 0: the factor is already ten times too large
-  // there), from the general cubic formula a3 x^3 + a2 x^2 + a1 x + a0 = 0.
+/// The positive, (nearly) real squared radii at which the denominator
+/// 1 + k3 x + k4 x^2 + k5 x^3 has fallen to 0.1 (not to 0: the factor is
+/// already ten times too large there), from the general cubic formula
+/// a3 x^3 + a2 x^2 + a1 x + a0 = 0. Writes their real parts in the order of
+/// the three cube roots of unity and returns how many there are. A NaN root
+/// passes both rejections and is returned too.
+template <typename PREC>
+int denominatorRoots(PREC k3, PREC k4, PREC k5, PREC (&roots)[3]) {
+  using Complex = std::complex<PREC>;
+  if (k5 == PREC(0)) return 0;
   // The target 0.1 is the single-precision constant in both precisions, so
   // a0 = 1 - 0.1f: 0.9f in float, 0.8999999985098839 in double.
   const Complex a3(k5);
@@ -133,24 +134,49 @@ void CameraModel<PREC>::findMaxDistortionLimits_6paramRadial() {
   const Complex Q = std::exp(std::log((D1 - S) / PREC(2)) / PREC(3));
   // Always the minus sign above: when D1 - S vanishes (D0 = 0) no bound is
   // set, and the slope test of the scan has to catch the pole.
-  if (Q.real() == PREC(0) && Q.imag() == PREC(0)) return;
+  if (Q.real() == PREC(0) && Q.imag() == PREC(0)) return 0;
 
   // The three roots use the powers of a primitive cube root of unity.
   const Complex xi(PREC(-0.5), PREC(0.8660254));
   const Complex logXi(std::log(std::abs(xi)), PREC(2.0943951));
+  int count = 0;
   for (int k = 1; k <= 3; ++k) {
     const Complex xiK = std::exp(PREC(k) * logXi);
     const Complex xiKQ = xiK * Q;
     const Complex root = (PREC(-1) / (PREC(3) * a3)) * (a2 + xiKQ + D0 / xiKQ);
     // Only positive, (nearly) real squared radii bound the range. Written as
-    // rejections, so a NaN root gets through to the assertion below.
+    // rejections, so a NaN root gets through.
     if (root.real() <= PREC(0)) continue;
     if (std::fabs(root.imag() / root.real()) > PREC(0.001)) continue;
-    const PREC bound = root.real() - PREC(0.1);
-    if (bound <= maxValidDistortionRSq) maxValidDistortionRSq = bound;
-    printf("Radial polynomial model: root of denominator at %f\n", double(root.real()));
-    AR_FATAL_ASSERT(!std::isnan(root.real()), "!std::isnan(root.real())", kSource, rootSearchText<PREC>());
+    roots[count++] = root.real();
   }
+  return count;
+}
+
+}  // namespace
+
+template <typename PREC>
+void CameraModel<PREC>::findMaxDistortionLimits_6paramRadial() {
+  PREC roots[3];
+  const int count = denominatorRoots(radialDistortionCoeffs(3), radialDistortionCoeffs(4),
+                                     radialDistortionCoeffs(5), roots);
+  for (int i = 0; i < count; ++i) {
+    const PREC bound = roots[i] - PREC(0.1);
+    if (bound <= maxValidDistortionRSq) maxValidDistortionRSq = bound;
+    printf("Radial polynomial model: root of denominator at %f\n", double(roots[i]));
+    AR_FATAL_ASSERT(!std::isnan(roots[i]), "!std::isnan(root.real())", kSource, rootSearchText<PREC>());
+  }
+}
+
+template <typename PREC>
+bool CameraModel<PREC>::denominatorRootIsNaN() const {
+  if (model != RADIAL_6_PARAMETERS) return false;
+  PREC roots[3];
+  const int count = denominatorRoots(radialDistortionCoeffs(3), radialDistortionCoeffs(4),
+                                     radialDistortionCoeffs(5), roots);
+  for (int i = 0; i < count; ++i)
+    if (std::isnan(roots[i])) return true;
+  return false;
 }
 
 template AR_EXPORT void CameraModel<float>::setupValidDistortionRange();
@@ -159,5 +185,7 @@ template AR_EXPORT void CameraModel<float>::findDistortionLimits();
 template AR_EXPORT void CameraModel<double>::findDistortionLimits();
 template AR_EXPORT void CameraModel<float>::findMaxDistortionLimits_6paramRadial();
 template AR_EXPORT void CameraModel<double>::findMaxDistortionLimits_6paramRadial();
+template AR_EXPORT bool CameraModel<float>::denominatorRootIsNaN() const;
+template AR_EXPORT bool CameraModel<double>::denominatorRootIsNaN() const;
 
 }  // namespace CamModel

@@ -94,6 +94,13 @@ class AR_EXPORT CameraModel {
   /// 1 + k3 x + k4 x^2 + k5 x^3 falls to 0.1, and prints each such root.
   void findMaxDistortionLimits_6paramRadial();
 
+  /// True when findMaxDistortionLimits_6paramRadial would meet a root whose
+  /// real part is NaN (coefficients that are NaN, or so large that the cubic
+  /// formula overflows), which it treats as fatal. Evaluates the very same
+  /// roots, so a caller can refuse such a model before setting up its range.
+  /// Always false for the other models and when k5 is 0.
+  bool denominatorRootIsNaN() const;
+
  private:
   /// Lower bound below which the fisheye branches lift a squared radius
   /// (1e-8, zero gradient): their formulas divide by the radius.

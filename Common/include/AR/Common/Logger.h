@@ -81,7 +81,10 @@ class AR_EXPORT Logger {
   bool removeTarget(LogTarget* target);
 
   /// The per-method level tree, used when FLAG_FILTER is set. Changing it
-  /// is meant for set-up time: it is not synchronised with logging threads.
+  /// through this reference is meant for set-up time: it is not synchronised
+  /// with logging threads. initializeLogSettingsFromConfiguration and
+  /// setLevel change it under the logger's mutex and are safe while other
+  /// threads log.
   LogFilter& getLogFilter();
 
   /// Records `level` for fast tracing; nothing in this library reads it.

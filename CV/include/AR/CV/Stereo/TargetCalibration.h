@@ -61,6 +61,23 @@ AR_EXPORT void makeTargetCalibration(const FullStereoCameraCalibration<FloatType
 
 namespace Internal {
 
+/// makeTargetCalibration for a caller that must not abort: before each step
+/// that would reach a fatal assertion (the normalisations of the baseline
+/// and of the rotation axis) the same value is tested, and the computation
+/// stops there, returns false and sets `refusal` to a sentence fragment
+/// saying why (the outputs are then incomplete). Otherwise it is
+/// makeTargetCalibration exactly and returns true. The leaning step is not
+/// covered: a non-zero `desiredDirection` is refused.
+template <typename FloatType>
+AR_EXPORT bool tryMakeTargetCalibration(const FullStereoCameraCalibration<FloatType>& calibration,
+                                        const uint32_t numDisparities, const FloatType minDepth,
+                                        const FloatType maxDepth, const uint32_t targetImageWidth,
+                                        const AR::Math::SE3<FloatType>& T_ol2ref,
+                                        const AR::Math::Vector<FloatType, 3>& desiredDirection,
+                                        FullStereoCameraCalibration<FloatType>& targetCalibration,
+                                        AR::Math::SO3<FloatType>& R_tl2ol, DepthParams<FloatType>& depthParams,
+                                        const char*& refusal);
+
 /// Focal scale and offset for a disparity range of `numDisparities` pixels
 /// that spans [minDepth, maxDepth]: disparity 0 means maxDepth and disparity
 /// numDisparities means minDepth. `baselineFocal` is the baseline times the
