@@ -13,7 +13,7 @@
 
 #include "CalibrationInput.h"
 #include "LogBridge.h"
-#include "RectifyTarget.h"
+#include "CustomRectify.h"
 #include "Rig.h"
 #include "XmlExport.h"
 
@@ -101,6 +101,15 @@ void checkDisplay(const CameraCalibrationMRV& d, const std::string& what) {
   if (!(n > 1e-12) || !std::isfinite(n)) throw py::value_error(what + ": pose orientation is not a usable quaternion");
 }
 
+/// The library's own verdict on a record, asked before every entry point so
+/// that nothing it would abort on reaches it. Runs without the GIL.
+bool libraryAccepts(const Calibration& calib, std::string& error) {
+  char message[512] = {};
+  if (ValidateDeviceCalibration(&calib.rig.device, message, sizeof(message))) return true;
+  error = calib.source + ": " + message;
+  return false;
+}
+
 FloatMap newMap(int width, int height) { return FloatMap({py::ssize_t(height), py::ssize_t(width)}); }
 
 void allocate(Maps& maps, int width, int height, const std::string& what) {
@@ -167,12 +176,15 @@ RectifyMaps rectify(const Calibration& calib, bool allowOutOfImage, uint32_t num
   float* rx = maps.rightX.mutable_data();
   float* ry = maps.rightY.mutable_data();
   StereoMaps::RectifyResult result;
+  bool accepted = false;
   {
     py::gil_scoped_release release;
     CaptureStdout capture;
-    StereoMaps::buildRectifyMaps(calib.rig.device, target, allowOutOfImage, lx, ly, rx, ry, result);
+    accepted = libraryAccepts(calib, error);
+    if (accepted) StereoMaps::buildRectifyMaps(calib.rig.device, target, allowOutOfImage, lx, ly, rx, ry, result);
   }
   flushLog();
+  if (!accepted) throw py::value_error(error);
   maps.rectifiedCamera.record = result.rectified;
   maps.depthConstant = result.depthConstant;
   maps.depthOffset = result.depthOffset;
@@ -189,12 +201,17 @@ Maps undistort(const Calibration& calib, float fovFactor, bool allowOutOfImage) 
   float* ly = maps.leftY.mutable_data();
   float* rx = maps.rightX.mutable_data();
   float* ry = maps.rightY.mutable_data();
+  std::string error;
+  bool accepted = false;
   {
     py::gil_scoped_release release;
     CaptureStdout capture;
-    CreateUndistortMap(&calib.rig.device, allowOutOfImage ? 1u : 0u, fovFactor, lx, n, ly, n, rx, n, ry, n);
+    accepted = libraryAccepts(calib, error);
+    if (accepted)
+      CreateUndistortMap(&calib.rig.device, allowOutOfImage ? 1u : 0u, fovFactor, lx, n, ly, n, rx, n, ry, n);
   }
   flushLog();
+  if (!accepted) throw py::value_error(error);
   return maps;
 }
 
@@ -216,13 +233,18 @@ Maps seeThrough(const Calibration& calib, float planeDepth, bool allowOutOfImage
   float* ly = maps.leftY.mutable_data();
   float* rx = maps.rightX.mutable_data();
   float* ry = maps.rightY.mutable_data();
+  std::string error;
+  bool accepted = false;
   {
     py::gil_scoped_release release;
     CaptureStdout capture;
-    CreateFixedPlaneVSTMaps(&calib.rig.device, &leftEye, &rightEye, planeDepth, allowOutOfImage ? 1u : 0u, lx, n,
-                            ly, n, rx, n, ry, n);
+    accepted = libraryAccepts(calib, error);
+    if (accepted)
+      CreateFixedPlaneVSTMaps(&calib.rig.device, &leftEye, &rightEye, planeDepth, allowOutOfImage ? 1u : 0u, lx,
+                              n, ly, n, rx, n, ry, n);
   }
   flushLog();
+  if (!accepted) throw py::value_error(error);
   return maps;
 }
 

@@ -186,6 +186,20 @@ def test_rig_without_baseline_or_displays_is_refused(example, tmp_path):
         sr.see_through(sr.Calibration.from_record(example.to_record()), 1.0)
 
 
+def test_records_the_library_refuses_raise_its_message_at_every_entry_point(example):
+    # A NaN position passes the module's own checks; the library's
+    # validation, asked before each call, names it.
+    calib = sr.Calibration.from_record(record_with(example, 880 + 312 + 224, np.float64, np.nan))
+    calls = [
+        lambda: sr.rectify(calib),
+        lambda: sr.undistort(calib),
+        lambda: sr.see_through(calib, 1.0, left_display=example.left_display, right_display=example.right_display),
+    ]
+    for call in calls:
+        with pytest.raises(ValueError, match=r"^record: camera 1 \(trackingB1\) pose position x: is not a number\.$"):
+            call()
+
+
 def test_save_xml_round_trip(example, tmp_path):
     example.save_xml(str(tmp_path / "saved.xml"))
     again = sr.Calibration.load(str(tmp_path / "saved.xml"))

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "CalibrationInput.h"
-#include "RectifyTarget.h"
+#include "CustomRectify.h"
 
 namespace StereoMaps {
 

@@ -1,4 +1,4 @@
-#include "RectifyTarget.h"
+#include "CustomRectify.h"
 
 #include <cmath>
 
