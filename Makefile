@@ -49,12 +49,13 @@ build/release/build.ninja: | deps
 	cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DAR_BUILD_TESTS=OFF
 
 run: deps build/release/build.ninja
-	cmake --build build/release -j $(JOBS) --target stereo-maps
+	cmake --build build/release -j $(JOBS) --target stereo-maps stereo_rectify_native
 	build/release/tools/stereo-maps rectify --out maps
 	@echo
 	@echo "Maps:    $(CURDIR)/maps/left_x.npy left_y.npy right_x.npy right_y.npy (float32, height x width)"
 	@echo "Camera:  $(CURDIR)/maps/rectified.xml"
 	@echo "Preview: $(CURDIR)/maps/preview.png"
+	@echo "Python:  PYTHONPATH=$(CURDIR)/build/release/python /usr/bin/python3 -c 'import stereo_rectify'"
 
 bench: deps build/release/build.ninja
 	cmake --build build/release -j $(JOBS)
