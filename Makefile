@@ -16,7 +16,7 @@ PACKAGES := cmake ninja-build g++ clang pkg-config \
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps test test-clang test-android-log run bench install-check clean
+.PHONY: deps test test-clang test-android-log run bench install-check clean install
 
 deps:
 	@missing=$$(for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || echo $$p; done); \
@@ -60,6 +60,16 @@ run: deps build/release/build.ninja
 bench: deps build/release/build.ninja
 	cmake --build build/release -j $(JOBS)
 	@for b in build/release/bench/*_bench; do [ -x "$$b" ] && "$$b"; done
+
+# The library, its headers and CMake/pkg-config files, stereo-maps and the
+# Python package (into the prefix's Python site directory). PREFIX defaults
+# to /usr/local.
+PREFIX ?= /usr/local
+install: deps
+	cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DAR_BUILD_TESTS=OFF \
+	  -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake --build build/release -j $(JOBS)
+	$(SUDO) cmake --install build/release
 
 clean:
 	rm -rf build maps

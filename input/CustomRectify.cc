@@ -1,6 +1,7 @@
 #include "CustomRectify.h"
 
 #include <cmath>
+#include <string>
 
 #include <AR/CV/Image/Image.h>
 #include <AR/CV/Stereo/Rectify.h>
@@ -126,8 +127,9 @@ bool checkRectifyTarget(const DeviceCalibrationMRV& device, const RectifyTarget&
   return false;
 }
 
-void buildRectifyMaps(const DeviceCalibrationMRV& device, const RectifyTarget& target, bool allowOutOfImage,
-                      float* leftX, float* leftY, float* rightX, float* rightY, RectifyResult& result) {
+bool buildRectifyMaps(const DeviceCalibrationMRV& device, const RectifyTarget& target, bool allowOutOfImage,
+                      float* leftX, float* leftY, float* rightX, float* rightY, RectifyResult& result,
+                      std::string& error) {
   AR::CV::FullStereoCameraCalibration<float> calibration;
   DeviceFrameParams frame{};
   VIO::deviceToStereoCalibration(&device, calibration, frame);
@@ -139,8 +141,19 @@ void buildRectifyMaps(const DeviceCalibrationMRV& device, const RectifyTarget& t
   AR::CV::FullStereoCameraCalibration<float> rectified;
   AR::Math::SO3<float> S;
   AR::CV::DepthParams<float> depth;
-  AR::CV::makeTargetCalibration<float>(calibration, target.numDisparities, target.minDepth, target.maxDepth,
-                                       target.width, identityPose, AR::Math::Vec3F(), rectified, S, depth);
+  const char* refusal = nullptr;
+  if (!AR::CV::Internal::tryMakeTargetCalibration<float>(calibration, target.numDisparities, target.minDepth,
+                                                         target.maxDepth, target.width, identityPose,
+                                                         AR::Math::Vec3F(), rectified, S, depth, refusal)) {
+    error = refusal != nullptr ? refusal : "the rectified pair cannot be computed";
+    return false;
+  }
+  // An extreme depth range can leave a target camera without a usable focal
+  // length; the map builder needs both cameras.
+  if (!rectified[0].isInitialized() || !rectified[1].isInitialized()) {
+    error = "the rectified cameras cannot be built for this depth range";
+    return false;
+  }
   result.depthConstant = depth.constant;
   result.depthOffset = depth.offsetX;
   writeRectifiedCamera(rectified[0].getIntrinsics(), frame, S, result.rectified);
@@ -149,6 +162,7 @@ void buildRectifyMaps(const DeviceCalibrationMRV& device, const RectifyTarget& t
   rectifyMapSize(device, target, width, height);
   buildOne(calibration[0], rectified[0], allowOutOfImage, S, width, height, leftX, leftY);
   buildOne(calibration[1], rectified[1], allowOutOfImage, S, width, height, rightX, rightY);
+  return true;
 }
 
 }  // namespace StereoMaps

@@ -42,8 +42,11 @@ bool checkRectifyTarget(const DeviceCalibrationMRV& device, const RectifyTarget&
 
 /// Builds the four rectification maps of a checked rig and target into
 /// buffers of width × height floats each (rectifyMapSize), through the same
-/// target calibration and map builder as CreateRectifyMap.
-void buildRectifyMaps(const DeviceCalibrationMRV& device, const RectifyTarget& target, bool allowOutOfImage,
-                      float* leftX, float* leftY, float* rightX, float* rightY, RectifyResult& result);
+/// target calibration and map builder as CreateRectifyMap. False, with the
+/// reason in `error` and the buffers untouched, when the target calibration
+/// would abort or its cameras cannot be built.
+bool buildRectifyMaps(const DeviceCalibrationMRV& device, const RectifyTarget& target, bool allowOutOfImage,
+                      float* leftX, float* leftY, float* rightX, float* rightY, RectifyResult& result,
+                      std::string& error);
 
 }  // namespace StereoMaps

@@ -181,7 +181,10 @@ RectifyMaps rectify(const Calibration& calib, bool allowOutOfImage, uint32_t num
     py::gil_scoped_release release;
     CaptureStdout capture;
     accepted = libraryAccepts(calib, error);
-    if (accepted) StereoMaps::buildRectifyMaps(calib.rig.device, target, allowOutOfImage, lx, ly, rx, ry, result);
+    if (accepted) {
+      accepted = StereoMaps::buildRectifyMaps(calib.rig.device, target, allowOutOfImage, lx, ly, rx, ry, result, error);
+      if (!accepted) error = calib.source + ": " + error;
+    }
   }
   flushLog();
   if (!accepted) throw py::value_error(error);

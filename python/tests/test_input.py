@@ -168,6 +168,8 @@ def test_bad_records_and_arguments_raise_value_error(example):
         (lambda: sr.rectify(example, min_depth=5.0, max_depth=5.0), "min_depth: must be below max_depth"),
         (lambda: sr.rectify(example, min_depth=float("inf")), "min_depth: must be a finite number"),
         (lambda: sr.rectify(example, target_width=641), "target_width: must be between 1 and camera 0's width 640"),
+        # A depth range so narrow that the rectified right camera cannot exist.
+        (lambda: sr.rectify(example, min_depth=9.999, max_depth=10.0), "example_rig.xml: the rectified pair has no baseline"),
         (lambda: sr.Camera.display(100, 100, 50.0, 50.0, np.diag([1.0, 1.0, -1.0, 1.0])), "not a rotation matrix"),
     ]
     for call, message in cases:

@@ -188,12 +188,13 @@ int runRectify(const CommonOptions& options, const RectifyTarget& target, bool c
   float depthOffset = 0.0f;
   CameraCalibrationMRV rectified{};
   const uint32_t n = maps.size();
+  bool built = true;
   const double ms = timeMs([&] {
     if (custom) {
       // The same target calibration and map builder, aimed at the user's target.
       RectifyResult result;
-      buildRectifyMaps(rig.device, target, options.allowOutOfImage, maps.leftX.data(), maps.leftY.data(),
-                       maps.rightX.data(), maps.rightY.data(), result);
+      built = buildRectifyMaps(rig.device, target, options.allowOutOfImage, maps.leftX.data(), maps.leftY.data(),
+                               maps.rightX.data(), maps.rightY.data(), result, error);
       depthConstant = result.depthConstant;
       depthOffset = result.depthOffset;
       rectified = result.rectified;
@@ -202,6 +203,8 @@ int runRectify(const CommonOptions& options, const RectifyTarget& target, bool c
                        maps.rightX.data(), n, maps.rightY.data(), n, &depthConstant, &rectified);
     }
   });
+  if (!built)
+    return fail((options.calib.empty() ? defaultCalibrationPath() : options.calib) + ": " + error);
 
   const cv::Mat top = sideBySide(images[0], images[1]);
   cv::Mat bottom = sideBySide(remapWithInvalid(images[0], asMat(maps.leftX, maps.rows, maps.cols),
