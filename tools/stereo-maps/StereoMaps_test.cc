@@ -14,6 +14,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "CalibrationInput.h"
+#include "CustomRectify.h"
 #include "KalibrImport.h"
 #include "Npy.h"
 #include "RecordRig.h"
@@ -98,7 +99,9 @@ struct Subcommand {
 class ToolSubcommandTest : public ToolTest, public ::testing::WithParamInterface<Subcommand> {};
 
 TEST_P(ToolSubcommandTest, WritesTheLibrarysMapsAndAPreview) {
-  const RunResult r = run(std::string(GetParam().name) + " " + GetParam().args + " --out " + path("maps"));
+  const std::string name = GetParam().name;
+  const std::string command = name.rfind("rectify", 0) == 0 ? "rectify" : name;
+  const RunResult r = run(command + " " + GetParam().args + " --out " + path("maps"));
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("valid pixels"), std::string::npos);
   Rig rig = exampleRig();
@@ -123,6 +126,17 @@ INSTANTIATE_TEST_SUITE_P(
                      CameraCalibrationMRV rectified{};
                      CreateRectifyMap(&rig.device, 0, m.lx.data(), m.n(), m.ly.data(), m.n(), m.rx.data(), m.n(),
                                       m.ry.data(), m.n(), &depth, &rectified);
+                     return m;
+                   }},
+        Subcommand{"rectifyFitted", "--disparities 96 --min-depth 0.5 --max-depth 8 --width 600",
+                   [](Rig& rig) {
+                     const RectifyTarget target{96, 0.5f, 8.0f, 600};
+                     Maps m(600, rig.device.cameras[0].height);
+                     RectifyResult result;
+                     std::string error;
+                     EXPECT_TRUE(buildRectifyMaps(rig.device, target, false, m.lx.data(), m.ly.data(), m.rx.data(),
+                                                  m.ry.data(), result, error))
+                         << error;
                      return m;
                    }},
         Subcommand{"undistort", "--fov 0.8 --allow-out-of-image",
@@ -215,10 +229,34 @@ INSTANTIATE_TEST_SUITE_P(
                   "  resolution: [640, 480]\n",
                   "camchain.yaml", "rectify", "cam0.intrinsics"},
         ErrorCase{"badFormat", "", "rig.xml", "rectify --format json", "--format"},
+        // Found by its header although .yml would otherwise be a Kalibr camchain.
+        ErrorCase{"opencvWithoutSize", "%YAML:1.0\nK1: 1\n", "stereo.yml", "rectify", "key 'image_size' is missing"},
+        ErrorCase{"opencvSixCoefficients",
+                  "%YAML:1.0\nimage_size: [640, 480]\nK1: !!opencv-matrix\n  rows: 3\n  cols: 3\n  dt: d\n"
+                  "  data: [300, 0, 320, 0, 300, 240, 0, 0, 1]\nD1: !!opencv-matrix\n  rows: 1\n  cols: 6\n"
+                  "  dt: d\n  data: [0, 0, 0, 0, 0, 0]\n",
+                  "stereo.txt", "rectify --format opencv", "key 'D1' holds 6 coefficients"},
         ErrorCase{"badFov", "", "rig.xml", "undistort --fov -1", "--fov"},
         ErrorCase{"badPlaneDepth", "", "rig.xml", "vst --plane-depth 0", "--plane-depth"},
         ErrorCase{"oneImage", "", "rig.xml", "rectify --images only-one.png", "--images"}),
     [](const ::testing::TestParamInfo<ErrorCase>& info) { return std::string(info.param.name); });
+
+TEST_F(ToolTest, RectificationTargetsAreCheckedAndReported) {
+  const RunResult fitted = run("rectify --min-depth 1 --max-depth 10 --out " + path("maps"));
+  ASSERT_EQ(fitted.status, 0) << fitted.err;
+  // 64 disparities over 1..10 m: offset 64/9, constant 10 times that.
+  EXPECT_NE(readFile(path("maps/rectified.xml")).find("<DepthOffset>7.11111"), std::string::npos);
+  for (const auto& [args, text] : std::vector<std::pair<std::string, std::string>>{
+           {"--min-depth 5 --max-depth 5", "--min-depth: must be below --max-depth"},
+           {"--width 641", "--width: must be between 1 and camera 0's width 640"},
+           {"--disparities 0", "--disparities: must be between 1"},
+           {"--min-depth 9.999 --max-depth 10", "the rectified pair has no baseline"}}) {
+    const RunResult bad = run("rectify " + args + " --out " + path("bad"));
+    EXPECT_EQ(bad.status, 2) << args;
+    EXPECT_NE(bad.err.find(text), std::string::npos) << bad.err;
+    EXPECT_TRUE(noOutputIn("bad"));
+  }
+}
 
 TEST_F(ToolTest, RecordsTheLibraryWouldRejectAreRefusedBeforeTheCall) {
   const Rig rig = exampleRig();
