@@ -32,7 +32,7 @@ build/debug/build.ninja: | deps
 
 test: deps build/debug/build.ninja
 	cmake --build build/debug -j $(JOBS)
-	cd build/debug && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+	cd build/debug && ASAN_OPTIONS=abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
 
@@ -41,7 +41,7 @@ test-clang: deps
 	cmake -S . -B build/clang -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAR_SANITIZE=ON \
 	  -DAR_ANDROID_LOG=ON -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
 	cmake --build build/clang -j $(JOBS)
-	cd build/clang && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
+	cd build/clang && ASAN_OPTIONS=abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS)
 

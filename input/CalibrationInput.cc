@@ -1,17 +1,14 @@
 #include "CalibrationInput.h"
 
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
-#include <fstream>
-#include <iterator>
-#include <vector>
-
 
 #include "CameraFromRecord.h"
+#include "InputFile.h"
 #include "KalibrImport.h"
 #include "OpenCvImport.h"
+#include "RigCheck.h"
 #include "XmlImport.h"
 
 namespace StereoMaps {
@@ -28,17 +25,11 @@ bool endsWith(const std::string& text, const std::string& suffix) {
 }
 
 bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    error = path + ": cannot be read";
+  // Only the record's own bytes are read: a record may be followed by more
+  // camera slots, and a path to something endless must not fill memory.
+  std::string bytes;
+  if (!readInputFile(path, "a DeviceCalibrationMRV record", sizeof(DeviceCalibrationMRV), true, bytes, error))
     return false;
-  }
-  std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (bytes.size() < sizeof(DeviceCalibrationMRV)) {
-    error = path + ": a DeviceCalibrationMRV record needs at least " + std::to_string(sizeof(DeviceCalibrationMRV)) +
-            " bytes, the file has " + std::to_string(bytes.size());
-    return false;
-  }
   rig = Rig{};
   std::memcpy(&rig.device, bytes.data(), sizeof(DeviceCalibrationMRV));
   if (rig.device.num_cameras != 2) {
@@ -50,23 +41,17 @@ bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
 
 /// The library aborts on cameras it cannot build only where its contract
 /// makes that a programming error; the tool turns every such input into a
-/// clear message instead, using the same float camera the library builds.
-bool validateCameras(const std::string& path, const Rig& rig, std::string& error) {
+/// clear message instead: first the numbers as the library will see them,
+/// then the same float camera the library builds.
+bool validateRig(const std::string& path, const Rig& rig, std::string& error) {
+  std::string why;
+  if (!checkRig(rig, why)) {
+    error = path + ": " + why;
+    return false;
+  }
   for (int i = 0; i < 2; ++i) {
-    const CameraCalibrationMRV& c = rig.device.cameras[i];
-    if (c.distortionModel < 0 || c.distortionModel > 5) {
-      error = path + ": camera " + std::to_string(i) + ": unknown distortion model " + std::to_string(c.distortionModel);
-      return false;
-    }
-    const double q = c.pose.orientation.x * c.pose.orientation.x + c.pose.orientation.y * c.pose.orientation.y +
-                     c.pose.orientation.z * c.pose.orientation.z + c.pose.orientation.w * c.pose.orientation.w;
-    if (!(q > 1e-12) || !std::isfinite(q)) {
-      error = path + ": camera " + std::to_string(i) + ": pose orientation is not a usable quaternion";
-      return false;
-    }
     AR::CV::Camera<float> camera;
-    const bool ok = cameraFromRecord(c, camera);
-    if (!ok) {
+    if (!cameraFromRecord(rig.device.cameras[i], camera)) {
       error = path + ": camera " + std::to_string(i) + ": the library cannot build this camera (see its messages above)";
       return false;
     }
@@ -103,12 +88,12 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
   return loadRig(path, format, false, rig, error);
 }
 
-bool checkRig(const std::string& source, const Rig& rig, std::string& error) {
+bool validateRecordRig(const std::string& source, const Rig& rig, std::string& error) {
   if (rig.device.num_cameras != 2) {
     error = source + ": num_cameras is " + std::to_string(rig.device.num_cameras) + ", expected 2";
     return false;
   }
-  return validateCameras(source, rig, error);
+  return validateRig(source, rig, error);
 }
 
 bool loadRig(const std::string& path, CalibrationFormat format, bool fisheye, Rig& rig, std::string& error) {
@@ -118,13 +103,6 @@ bool loadRig(const std::string& path, CalibrationFormat format, bool fisheye, Ri
     else format = CalibrationFormat::Record;
     // OpenCV writes .xml and .yml too; its own header tells the files apart.
     if (format != CalibrationFormat::Record && looksLikeOpenCvStorage(path)) format = CalibrationFormat::OpenCv;
-  }
-  {
-    std::ifstream probe(path, std::ios::binary);
-    if (!probe) {
-      error = path + ": cannot be opened";
-      return false;
-    }
   }
   bool loaded = false;
   switch (format) {
@@ -141,7 +119,7 @@ bool loadRig(const std::string& path, CalibrationFormat format, bool fisheye, Ri
       loaded = loadRecord(path, rig, error);
       break;
   }
-  return loaded && validateCameras(path, rig, error);
+  return loaded && validateRig(path, rig, error);
 }
 
 }  // namespace StereoMaps

@@ -1,10 +1,18 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "Rig.h"
 
 namespace StereoMaps {
+
+/// Largest width or height of a camera or display eye the tool accepts, and
+/// largest pixel count (4096 x 4096). Every map, rendered preview camera and
+/// preview image is at most this large, so no input can make the tool
+/// allocate without limit.
+constexpr int32_t kMaxImageSide = 8192;
+constexpr int64_t kMaxImagePixels = int64_t(4096) * 4096;
 
 /// How a calibration file is read: chosen from the extension unless given.
 enum class CalibrationFormat { Auto, Xml, Kalibr, Record, OpenCv };
@@ -17,8 +25,12 @@ std::string defaultCalibrationPath();
 
 /// Loads `path` as the calibration XML file (".xml", with display eyes when
 /// present), a Kalibr camchain (".yaml", ".yml") or a raw DeviceCalibrationMRV
-/// record (any other extension; at least 1504 bytes). On failure `error`
-/// names the file and, where there is one, the element or key.
+/// record (any other extension; its first 1504 bytes are read). Only regular
+/// files are read. The loaded rig is checked so that the library can take
+/// it: sizes within the bounds above, every number finite once rounded to
+/// the float the library computes in, normalisable quaternions. On failure
+/// `error` is one sentence naming the file and, where there is one, the
+/// camera, element or key.
 bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::string& error);
 
 /// As above; an OpenCV stereo calibration (chosen by `format`, or found by
@@ -26,9 +38,9 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
 /// pick another reader) is read as fisheye when `fisheye` is set.
 bool loadRig(const std::string& path, CalibrationFormat format, bool fisheye, Rig& rig, std::string& error);
 
-/// The checks every loaded rig passes: two cameras, known lens models, usable
-/// pose quaternions and intrinsics the library can build. `source` names the
-/// input in the message.
-bool checkRig(const std::string& source, const Rig& rig, std::string& error);
+/// The checks every loaded rig passes (two cameras, checkRig, intrinsics the
+/// library can build), for a rig that comes from elsewhere. `source` names
+/// the input in the message.
+bool validateRecordRig(const std::string& source, const Rig& rig, std::string& error);
 
 }  // namespace StereoMaps

@@ -6,6 +6,8 @@
 
 #include <yaml-cpp/yaml.h>
 
+#include "InputFile.h"
+
 namespace StereoMaps {
 namespace {
 
@@ -114,11 +116,11 @@ class Reader {
 
 bool loadKalibrCamchain(const std::string& path, Rig& rig, std::string& error) {
   Reader reader(path, error);
+  std::string text;
+  if (!readInputFile(path, "a calibration file", kMaxCalibrationFileBytes, false, text, error)) return false;
   YAML::Node root;
   try {
-    root = YAML::LoadFile(path);
-  } catch (const YAML::BadFile&) {
-    return reader.fail("file", "cannot be read");
+    root = YAML::Load(text);
   } catch (const YAML::Exception& e) {
     return reader.fail("YAML", e.what());
   }

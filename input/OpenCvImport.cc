@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <vector>
 
 #include <CameraModel/DistortionModel.h>
 #include <opencv2/core.hpp>
+
+#include "InputFile.h"
 
 namespace StereoMaps {
 namespace {
@@ -198,9 +201,13 @@ bool readRig(const cv::FileStorage& fs, const std::string& path, bool forceFishe
 }  // namespace
 
 bool loadOpenCvStereo(const std::string& path, bool forceFisheye, Rig& rig, std::string& error) {
+  // Read through the bounded regular-file reader, then parse from memory, so
+  // that FileStorage never opens a FIFO or a device itself.
+  std::string text;
+  if (!readInputFile(path, "an OpenCV calibration file", kMaxCalibrationFileBytes, false, text, error)) return false;
   cv::FileStorage fs;
   try {
-    if (!fs.open(path, cv::FileStorage::READ) || !fs.isOpened()) {
+    if (!fs.open(text, cv::FileStorage::READ | cv::FileStorage::MEMORY) || !fs.isOpened()) {
       error = path + ": not an OpenCV FileStorage file (YAML or XML)";
       return false;
     }
@@ -212,6 +219,9 @@ bool loadOpenCvStereo(const std::string& path, bool forceFisheye, Rig& rig, std:
 }
 
 bool looksLikeOpenCvStorage(const std::string& path) {
+  // Only regular files are looked into: opening a FIFO would block.
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return false;
   std::ifstream file(path, std::ios::binary);
   char head[256] = {};
   file.read(head, sizeof(head) - 1);

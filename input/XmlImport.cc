@@ -4,6 +4,8 @@
 
 #include <AR/CV/Camera/CalibrationFile.h>
 
+#include "InputFile.h"
+
 namespace StereoMaps {
 namespace {
 
@@ -56,9 +58,10 @@ void fillDisplay(const AR::CV::DisplayEye& eye, CameraCalibrationMRV& rec) {
 bool loadXmlRig(const std::string& path, Rig& rig, std::string& error) {
   AR::CV::FullStereoCameraCalibration<double> calibration;
   AR::CV::DisplayEyes eyes;
-  std::string why;
-  if (!AR::CV::loadCameraCalibFromDeviceConfig<double>(path, calibration, &eyes, &why)) {
-    error = why;
+  std::string text, why;
+  if (!readInputFile(path, "a calibration file", kMaxCalibrationFileBytes, false, text, error)) return false;
+  if (!AR::CV::loadCalibrationFromString<double>(text, calibration, &eyes, &why)) {
+    error = path + ": " + why;
     return false;
   }
   if (calibration.size() < 2) {

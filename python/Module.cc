@@ -153,7 +153,7 @@ Calibration fromRecord(const py::bytes& data) {
   {
     py::gil_scoped_release release;
     CaptureStdout capture;
-    ok = StereoMaps::checkRig(calibration.source, calibration.rig, error);
+    ok = StereoMaps::validateRecordRig(calibration.source, calibration.rig, error);
   }
   flushLog();
   if (!ok) throw py::value_error(error);

@@ -140,9 +140,10 @@ extern "C" bool CreateRectifyMap(const DeviceCalibrationMRV* deviceCalibration, 
     AR::Common::logError("deviceCalibration != nullptr && rectifiedCam != nullptr", kSource, kFunction, 23);
   if (deviceCalibration != nullptr && !(deviceCalibration->num_cameras == 2))
     AR::Common::logError("deviceCalibration->num_cameras == 2", kSource, kFunction, 24);
-  // Without the device record or the record to fill there is nothing safe
-  // to compute: the checks above are all this call does.
-  if (deviceCalibration == nullptr || rectifiedCam == nullptr) return true;
+  // Without the device record there is nothing to compute: the checks above
+  // are all this call does. Without the record to fill, everything else is
+  // still computed; only that record is skipped.
+  if (deviceCalibration == nullptr) return true;
 
   AR::CV::FullStereoCameraCalibration<float> calibration;
   DeviceFrameParams frame{};
@@ -157,7 +158,7 @@ extern "C" bool CreateRectifyMap(const DeviceCalibrationMRV* deviceCalibration, 
   if (depthParamOut != nullptr) *depthParamOut = depthParams.constant;
 
   const AR::CV::Camera<float>& targetLeft = target[0].getIntrinsics();
-  writeRectifiedCamera(targetLeft, frame, S, *rectifiedCam);
+  if (rectifiedCam != nullptr) writeRectifiedCamera(targetLeft, frame, S, *rectifiedCam);
 
   const VIO::MapExtent extent = VIO::mapExtentOf(targetLeft.getSize());
   const uint32_t map_buffer_size = extent.mapBufferSize;

@@ -189,12 +189,13 @@ std::string refusalOf(const DeviceCalibrationMRV* device) {
   std::string refusal;
   const bool converted = VIO::tryDeviceToStereoCalibration(device, calibration, frame, refusal);
   if (!refusal.empty()) return refusal + ".";
-  if (!converted) {
-    for (int camera = 0; camera < 2; ++camera)
-      if (!calibration[camera].isInitialized())
-        return sentence(camera, "distortion coefficients",
-                        "the lens cannot be tabulated over its valid range, so the camera cannot be built");
-  }
+  // A camera whose lens has no range to tabulate can come out of a
+  // successful init without being initialised: each camera's state counts.
+  const char* const kNotTabulated =
+      "the lens cannot be tabulated over its valid range, so the camera cannot be built";
+  for (int camera = 0; camera < 2; ++camera)
+    if (!calibration[camera].isInitialized()) return sentence(camera, "distortion coefficients", kNotTabulated);
+  if (!converted) return "The device record's cameras cannot be built.";
   if (!allFinite(frame.values + 21, 6))
     return sentence(0, "pose", "its inverse is not finite in single precision");
   if (!allFinite(calibration[1].getCamReferenceToLocal()))

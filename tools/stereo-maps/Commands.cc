@@ -9,10 +9,12 @@
 #include <opencv2/imgcodecs.hpp>
 #include <tinyxml2.h>
 
+#include "InputFile.h"
 #include "LibraryOutput.h"
 #include "Npy.h"
 #include "OutputDirectory.h"
 #include "Preview.h"
+#include "RigCheck.h"
 #include "SyntheticScene.h"
 
 namespace StereoMaps {
@@ -29,8 +31,10 @@ struct MapSet {
   std::vector<float> leftX, leftY, rightX, rightY;
 
   bool allocate(long width, long height, const std::string& what, std::string& error) {
-    // Keep every map well inside the 32-bit element counts the library takes.
-    if (width <= 0 || height <= 0 || width > 16384 || height > 16384) {
+    // The rig checks already bound every size; this keeps the map buffers
+    // within the same bounds whoever fills the rig.
+    if (width <= 0 || height <= 0 || width > kMaxImageSide || height > kMaxImageSide ||
+        width * height > kMaxImagePixels) {
       error = what + " has an unusable size " + std::to_string(width) + " x " + std::to_string(height);
       return false;
     }
@@ -59,6 +63,22 @@ bool loadInput(const CommonOptions& options, Rig& rig, std::string& error) {
   return loadRig(path, options.format, options.fisheye, rig, error);
 }
 
+/// A grey image from a regular file of bounded size. The decoded size is
+/// bounded by OpenCV's own pixel limit (2^30 unless OPENCV_IO_MAX_IMAGE_PIXELS
+/// says otherwise), read once when OpenCV loads, so the tool cannot lower it.
+bool readImage(const std::string& path, cv::Mat& image, std::string& error) {
+  std::string bytes;
+  if (!readInputFile(path, "an image", kMaxImageFileBytes, false, bytes, error)) return false;
+  try {
+    const cv::Mat encoded(1, static_cast<int>(bytes.size()), CV_8UC1, bytes.data());
+    image = cv::imdecode(encoded, cv::IMREAD_GRAYSCALE);
+  } catch (const cv::Exception&) {
+    image = cv::Mat();
+  }
+  if (image.empty()) error = path + ": cannot be read as an image";
+  return !image.empty();
+}
+
 /// The two camera images to preview: the user's, checked against the camera
 /// sizes, or the synthetic scene seen through the real lenses.
 bool cameraImages(const CommonOptions& options, const Rig& rig, cv::Mat images[2], std::string& error) {
@@ -71,11 +91,7 @@ bool cameraImages(const CommonOptions& options, const Rig& rig, cv::Mat images[2
       if (images[i].empty()) return false;
       continue;
     }
-    images[i] = cv::imread(files[i], cv::IMREAD_GRAYSCALE);
-    if (images[i].empty()) {
-      error = files[i] + ": cannot be read as an image";
-      return false;
-    }
+    if (!readImage(files[i], images[i], error)) return false;
     if (images[i].cols != cam.width || images[i].rows != cam.height) {
       error = files[i] + ": image is " + std::to_string(images[i].cols) + " x " + std::to_string(images[i].rows) +
               ", camera " + std::to_string(i) + " is " + std::to_string(cam.width) + " x " +
@@ -173,7 +189,10 @@ int runRectify(const CommonOptions& options, const RectifyTarget& target, bool c
   std::string error;
   Rig rig;
   if (!loadInput(options, rig, error)) return fail(error);
-  if (baselineMetres(rig) < 1e-6)
+  // In float, as the library rectifies: positions far from the origin can
+  // differ in double and coincide in float.
+  const float baseline = baselineInFloat(rig);
+  if (!(baseline >= 1e-6f) || !std::isfinite(baseline))
     return fail((options.calib.empty() ? defaultCalibrationPath() : options.calib) +
                 ": the two cameras are at the same position; rectification needs a baseline");
   if (custom && !checkRectifyTarget(rig.device, target, true, error)) return fail(error);

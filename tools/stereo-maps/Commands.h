@@ -22,6 +22,14 @@ struct CommonOptions {
 constexpr int kExitOk = 0;
 constexpr int kExitError = 2;
 
+/// Accepted option values. The bounds lie well inside the normal float
+/// range, so every accepted value is finite and positive as the float the
+/// library receives, and the geometry built from it stays finite.
+constexpr double kMinFovFactor = 1e-3;
+constexpr double kMaxFovFactor = 1e3;
+constexpr double kMinPlaneDepth = 1e-3;  // metres
+constexpr double kMaxPlaneDepth = 1e6;
+
 int runRectify(const CommonOptions& options);
 /// With `custom`, the maps aim for `target` instead of CreateRectifyMap's
 /// fixed target (64 disparities, no depth fitting, camera 0's width).

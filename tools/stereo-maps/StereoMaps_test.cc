@@ -1,7 +1,11 @@
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -50,7 +54,9 @@ class ToolTest : public ::testing::Test {
 
   RunResult run(const std::string& args) {
     const std::string out = path("stdout.txt"), err = path("stderr.txt");
-    const int raw = std::system((std::string(STEREO_MAPS_EXE) + " " + args + " >" + out + " 2>" + err).c_str());
+    // A hang is a failure too: timeout's own status (124) is not 2.
+    const int raw =
+        std::system(("timeout 120 " + std::string(STEREO_MAPS_EXE) + " " + args + " >" + out + " 2>" + err).c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(out), readFile(err)};
   }
 
@@ -196,49 +202,232 @@ TEST_F(ToolTest, UserImagesAreUsedAndTheirSizeChecked) {
   EXPECT_TRUE(noOutputIn("bad"));
 }
 
+/// Every file and directory below `root`, with the size of each file, so
+/// that a run which must write nothing can be shown to have written nothing.
+std::vector<std::string> listing(const fs::path& root) {
+  std::vector<std::string> entries;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    const std::string name = fs::relative(entry.path(), root).string();
+    if (name == "stdout.txt" || name == "stderr.txt") continue;
+    entries.push_back(name + (entry.is_regular_file() ? " " + std::to_string(entry.file_size()) : " dir"));
+  }
+  std::sort(entries.begin(), entries.end());
+  return entries;
+}
+
+std::string writeText(const fs::path& file, const std::string& text) {
+  std::ofstream(file) << text;
+  return file.string();
+}
+
+/// A raw record of the example rig after `change`.
+std::string writeRecord(const fs::path& file, const std::function<void(DeviceCalibrationMRV&)>& change) {
+  DeviceCalibrationMRV device = exampleRig().device;
+  change(device);
+  std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(&device), sizeof device);
+  return file.string();
+}
+
+/// The example XML file with its first occurrence of `from` replaced by `to`.
+std::string writeXml(const fs::path& file, const std::string& from, const std::string& to) {
+  std::string text = readFile(STEREO_MAPS_EXAMPLE);
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return writeText(file, text);
+}
+
+std::string kalibrCamchain(const std::string& fx, const std::string& k1) {
+  const std::string cam = "  camera_model: pinhole\n  distortion_model: radtan\n  distortion_coeffs: [" + k1 +
+                          ", 0.07, 0.0002, 0.00002]\n  intrinsics: [" + fx +
+                          ", 457.3, 367.2, 248.4]\n  resolution: [752, 480]\n";
+  return "cam0:\n" + cam + "cam1:\n" + cam +
+         "  T_cn_cnm1:\n  - [1, 0, 0, -0.1]\n  - [0, 1, 0, 0]\n  - [0, 0, 1, 0]\n  - [0, 0, 0, 1]\n";
+}
+
 struct ErrorCase {
   const char* name;
-  const char* fileContent;  // nullptr: the file does not exist
-  const char* fileName;
-  const char* args;
+  /// Prepares the inputs in the scratch directory and returns the arguments
+  /// (without --out).
+  std::function<std::string(const fs::path& dir)> arguments;
   const char* expectedText;
 };
 
 class ToolErrorTest : public ToolTest, public ::testing::WithParamInterface<ErrorCase> {};
 
-TEST_P(ToolErrorTest, ExitsWithStatusTwoAndLeavesNoOutput) {
+TEST_P(ToolErrorTest, ExitsWithStatusTwoAndWritesNothing) {
   const ErrorCase& c = GetParam();
-  if (c.fileContent) std::ofstream(path(c.fileName)) << c.fileContent;
-  const RunResult r = run(std::string(c.args) + " --calib " + path(c.fileName) + " --out " + path("maps"));
-  EXPECT_EQ(r.status, 2) << r.out << r.err;
+  const std::string args = c.arguments(dir_) + " --out " + path("maps");
+  const std::vector<std::string> before = listing(dir_);
+  const RunResult r = run(args);
+  EXPECT_EQ(r.status, 2) << args << "\n" << r.out << r.err;
   EXPECT_NE(r.err.find(c.expectedText), std::string::npos) << r.err;
-  EXPECT_TRUE(noOutputIn("maps"));
+  // One sentence: a single line on standard error.
+  EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+  // Neither the output directory nor a staging directory beside it.
+  EXPECT_EQ(listing(dir_), before);
 }
+
+const auto kCalib = [](const std::string& args, const std::string& file) { return args + " --calib " + file; };
 
 INSTANTIATE_TEST_SUITE_P(
     Inputs, ToolErrorTest,
     ::testing::Values(
-        ErrorCase{"missing", nullptr, "absent.xml", "rectify", "absent.xml"},
-        ErrorCase{"badXml", "<DeviceConfiguration><Camera>", "broken.xml", "rectify", "broken.xml"},
-        ErrorCase{"shortRecord", "0123456789", "device.bin", "rectify", "1504"},
+        ErrorCase{"missing", [](const fs::path& d) { return kCalib("rectify", (d / "absent.xml").string()); },
+                  "absent.xml"},
+        ErrorCase{"badXml",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeText(d / "broken.xml", "<DeviceConfiguration><Camera>"));
+                  },
+                  "broken.xml"},
+        ErrorCase{"shortRecord",
+                  [](const fs::path& d) { return kCalib("rectify", writeText(d / "device.bin", "0123456789")); },
+                  "1504"},
         ErrorCase{"kalibrOmni",
-                  "cam0:\n  camera_model: omni\n  intrinsics: [1, 400, 400, 320, 240]\n  resolution: [640, 480]\n",
-                  "camchain.yaml", "rectify", "omni"},
-        ErrorCase{"kalibrBadNumber",
-                  "cam0:\n  camera_model: pinhole\n  distortion_model: none\n  intrinsics: [400, x, 320, 240]\n"
-                  "  resolution: [640, 480]\n",
-                  "camchain.yaml", "rectify", "cam0.intrinsics"},
-        ErrorCase{"badFormat", "", "rig.xml", "rectify --format json", "--format"},
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeText(d / "camchain.yaml",
+                                                       "cam0:\n  camera_model: omni\n  intrinsics: [1, 400, 400, "
+                                                       "320, 240]\n  resolution: [640, 480]\n"));
+                  },
+                  "omni"},
+        ErrorCase{"kalibrInfinite",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeText(d / "camchain.yaml", kalibrCamchain(".inf", "-0.28")));
+                  },
+                  "cam0.intrinsics"},
+        ErrorCase{"kalibrBeyondFloat",
+                  [](const fs::path& d) {
+                    return kCalib("undistort", writeText(d / "camchain.yaml", kalibrCamchain("458.6", "1e39")));
+                  },
+                  "camera 0: k1 = 1e+39"},
+        ErrorCase{"directoryAsRecord",
+                  [](const fs::path& d) {
+                    fs::create_directory(d / "device.bin");
+                    return kCalib("rectify", (d / "device.bin").string());
+                  },
+                  "is a directory"},
+        ErrorCase{"directoryAsXml",
+                  [](const fs::path& d) {
+                    fs::create_directory(d / "rig.xml");
+                    return kCalib("undistort", (d / "rig.xml").string());
+                  },
+                  "is a directory"},
+        ErrorCase{"deviceAsRecord", [](const fs::path&) { return kCalib("rectify", "/dev/zero"); },
+                  "not a regular file"},
+        ErrorCase{"fifoAsKalibr",
+                  [](const fs::path& d) {
+                    EXPECT_EQ(::mkfifo((d / "camchain.yaml").c_str(), 0600), 0);
+                    return kCalib("undistort", (d / "camchain.yaml").string());
+                  },
+                  "not a regular file"},
+        ErrorCase{"fifoAsImage",
+                  [](const fs::path& d) {
+                    EXPECT_EQ(::mkfifo((d / "left.png").c_str(), 0600), 0);
+                    return "rectify --images " + (d / "left.png").string() + " " + STEREO_MAPS_EXAMPLE;
+                  },
+                  "not a regular file"},
+        ErrorCase{"emptyCalib", [](const fs::path&) { return std::string("rectify --calib ''"); }, "empty path"},
+        ErrorCase{"camera1OfInt32MaxWidth",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    device.cameras[1].width = INT32_MAX;
+                                  }));
+                  },
+                  "camera 1: size 2147483647 x"},
+        ErrorCase{"displayTooLarge",
+                  [](const fs::path& d) {
+                    return kCalib("vst", writeXml(d / "rig.xml", "width=\"1280\" height=\"1280\"",
+                                                  "width=\"65535\" height=\"65535\""));
+                  },
+                  "left display eye: size 65535 x 65535"},
+        ErrorCase{"infiniteFocalRecord",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    device.cameras[0].fx = HUGE_VAL;
+                                  }));
+                  },
+                  "camera 0: fx = inf"},
+        ErrorCase{"nanCoefficientRecord",
+                  [](const fs::path& d) {
+                    return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    device.cameras[1].k[3] = std::nan("");
+                                  }));
+                  },
+                  "camera 1: k4 = nan"},
+        ErrorCase{"infiniteFocalXml",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeXml(d / "rig.xml", "focal_length=\"279.73", "focal_length=\"inf"));
+                  },
+                  "focal_length"},
+        ErrorCase{"displayFocalBeyondFloat",
+                  [](const fs::path& d) {
+                    return kCalib("vst", writeXml(d / "rig.xml", "fx=\"612\"", "fx=\"1e39\""));
+                  },
+                  "left display eye: fx = 1e+39"},
+        ErrorCase{"quaternionZeroInFloat",
+                  [](const fs::path& d) {
+                    return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    device.cameras[0].pose.orientation = XrQuaterniondMRV_t{0, 0, 1e-30, 1e-30};
+                                  }));
+                  },
+                  "camera 0: pose orientation is not a usable quaternion"},
+        ErrorCase{"baselineZeroInFloat",
+                  [](const fs::path& d) {
+                    // 5 mm apart at 10 000 km: distinct doubles, one float.
+                    return kCalib("rectify", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    for (auto& cam : device.cameras) cam.pose.orientation = {0, 0, 0, 1};
+                                    device.cameras[0].pose.position = {1e7, 0, 0};
+                                    device.cameras[1].pose.position = {1e7 + 0.005, 0, 0};
+                                  }));
+                  },
+                  "needs a baseline"},
+        ErrorCase{"positionSquaresBeyondFloat",
+                  [](const fs::path& d) {
+                    return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    device.cameras[1].pose.position.z = 1e26;
+                                  }));
+                  },
+                  "camera 1: pose position"},
+        ErrorCase{"badFormat", [](const fs::path&) { return std::string("rectify --format json"); }, "--format"},
+        ErrorCase{"negativeFov", [](const fs::path&) { return std::string("undistort --fov -1"); }, "--fov"},
+        ErrorCase{"fovBeyondFloat", [](const fs::path&) { return std::string("undistort --fov 1e39"); }, "--fov"},
+        ErrorCase{"planeDepthBeyondFloat", [](const fs::path&) { return std::string("vst --plane-depth 1e39"); },
+                  "--plane-depth"},
+        ErrorCase{"planeDepthNaN", [](const fs::path&) { return std::string("vst --plane-depth nan"); },
+                  "--plane-depth"},
+        ErrorCase{"oneImage", [](const fs::path&) { return std::string("rectify --images only-one.png"); },
+                  "--images"},
+        ErrorCase{"outputNameTakenByADirectory",
+                  [](const fs::path& d) {
+                    // Files before it in the commit order must not appear either.
+                    fs::create_directories(d / "maps" / "right_x.npy");
+                    writeText(d / "maps" / "left_x.npy", "an older map");
+                    writeText(d / "maps" / "right_x.npy" / "kept", "x");
+                    return std::string("rectify");
+                  },
+                  "right_x.npy: exists and is not a regular file"},
         // Found by its header although .yml would otherwise be a Kalibr camchain.
-        ErrorCase{"opencvWithoutSize", "%YAML:1.0\nK1: 1\n", "stereo.yml", "rectify", "key 'image_size' is missing"},
+        ErrorCase{"opencvWithoutSize",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeText(d / "stereo.yml", "%YAML:1.0\nK1: 1\n"));
+                  },
+                  "key 'image_size' is missing"},
         ErrorCase{"opencvSixCoefficients",
-                  "%YAML:1.0\nimage_size: [640, 480]\nK1: !!opencv-matrix\n  rows: 3\n  cols: 3\n  dt: d\n"
-                  "  data: [300, 0, 320, 0, 300, 240, 0, 0, 1]\nD1: !!opencv-matrix\n  rows: 1\n  cols: 6\n"
-                  "  dt: d\n  data: [0, 0, 0, 0, 0, 0]\n",
-                  "stereo.txt", "rectify --format opencv", "key 'D1' holds 6 coefficients"},
-        ErrorCase{"badFov", "", "rig.xml", "undistort --fov -1", "--fov"},
-        ErrorCase{"badPlaneDepth", "", "rig.xml", "vst --plane-depth 0", "--plane-depth"},
-        ErrorCase{"oneImage", "", "rig.xml", "rectify --images only-one.png", "--images"}),
+                  [](const fs::path& d) {
+                    return kCalib("rectify --format opencv",
+                                  writeText(d / "stereo.txt",
+                                            "%YAML:1.0\nimage_size: [640, 480]\nK1: !!opencv-matrix\n  rows: 3\n"
+                                            "  cols: 3\n  dt: d\n  data: [300, 0, 320, 0, 300, 240, 0, 0, 1]\n"
+                                            "D1: !!opencv-matrix\n  rows: 1\n  cols: 6\n  dt: d\n"
+                                            "  data: [0, 0, 0, 0, 0, 0]\n"));
+                  },
+                  "key 'D1' holds 6 coefficients"},
+        ErrorCase{"opencvDirectory",
+                  [](const fs::path& d) {
+                    fs::create_directory(d / "stereo.yml");
+                    return kCalib("rectify --format opencv", (d / "stereo.yml").string());
+                  },
+                  "is a directory"}),
     [](const ::testing::TestParamInfo<ErrorCase>& info) { return std::string(info.param.name); });
 
 TEST_F(ToolTest, RectificationTargetsAreCheckedAndReported) {

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 
 #include <CLI/CLI.hpp>
@@ -11,11 +12,43 @@
 
 namespace {
 
+std::string shortNumber(double v) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", v);
+  return text;
+}
+
+/// A number in [lo, hi]. The bounds lie well inside the normal float range,
+/// so a value that passes stays finite and positive when the library takes
+/// it as a float (1e39 passes a finite-double check and becomes infinite).
+/// CLI11's own range check prints the largest double in full, which helps
+/// nobody.
+CLI::Validator numberInRange(double lo, double hi) {
+  return CLI::Validator(
+      [lo, hi](std::string& text) -> std::string {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (end == text.c_str() || *end != '\0' || !(value >= lo && value <= hi))
+          return "'" + text + "' is not a number from " + shortNumber(lo) + " to " + shortNumber(hi);
+        return std::string();
+      },
+      "NUMBER");
+}
+
+/// An empty --calib would otherwise read as "no file given" and silently
+/// load the example rig.
+const CLI::Validator kNonEmptyPath(
+    [](std::string& text) -> std::string {
+      return text.empty() ? std::string("an empty path names no calibration file") : std::string();
+    },
+    "FILE");
+
 void addCalibrationOptions(CLI::App* command, StereoMaps::CommonOptions& options, std::string& format) {
   command->add_option("--calib", options.calib,
                       "Calibration: XML calibration file (.xml), Kalibr camchain (.yaml/.yml), OpenCV stereo "
                       "calibration (.yml/.yaml/.xml written by cv::FileStorage) or raw DeviceCalibrationMRV "
-                      "record (other extensions). Default: the bundled example rig");
+                      "record (other extensions). Default: the bundled example rig")
+      ->check(kNonEmptyPath);
   command->add_option("--format", format, "Force the calibration format: auto, xml, kalibr, record or opencv")
       ->check(CLI::IsMember({"auto", "xml", "kalibr", "record", "opencv"}));
   command->add_flag("--fisheye", options.fisheye,
@@ -41,21 +74,11 @@ void addImageOptions(CLI::App* command, StereoMaps::CommonOptions& options) {
       ->check(CLI::ExistingFile);
 }
 
-/// A finite number above zero; CLI11's own range check prints the largest
-/// double in full, which helps nobody.
-const CLI::Validator kPositive(
-    [](std::string& text) -> std::string {
-      char* end = nullptr;
-      const double value = std::strtod(text.c_str(), &end);
-      if (end == text.c_str() || *end != '\0' || !std::isfinite(value) || !(value > 0.0))
-        return "'" + text + "' is not a positive number";
-      return std::string();
-    },
-    "POSITIVE");
-
 }  // namespace
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
   CLI::App app{"stereo-maps: stereo rectification, undistortion and see-through remap tables from a stereo "
                "camera calibration.\nMaps are float32 .npy files (shape height x width) usable directly as "
                "OpenCV remap maps; -1 marks pixels without a source."};
@@ -97,7 +120,7 @@ int main(int argc, char** argv) {
                         "Field-of-view factor: the undistorted camera's focal length is this times the real "
                         "one (below 1 widens the view)")
       ->capture_default_str()
-      ->check(kPositive);
+      ->check(numberInRange(StereoMaps::kMinFovFactor, StereoMaps::kMaxFovFactor));
   addOutputOptions(undistort, options);
   addImageOptions(undistort, options);
 
@@ -106,7 +129,7 @@ int main(int argc, char** argv) {
   addCalibrationOptions(vst, options, format);
   vst->add_option("--plane-depth", planeDepth, "Depth of the scene plane in metres")
       ->capture_default_str()
-      ->check(kPositive);
+      ->check(numberInRange(StereoMaps::kMinPlaneDepth, StereoMaps::kMaxPlaneDepth));
   addOutputOptions(vst, options);
 
   CLI::App* info = app.add_subcommand("info", "Lens models, valid ranges, fields of view, baseline");
@@ -120,7 +143,8 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForAllHelp& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
-    app.exit(e);
+    // One line, in the same form as every other error of the tool.
+    std::fprintf(stderr, "stereo-maps: error: %s\n", e.what());
     return StereoMaps::kExitError;
   }
   if (!StereoMaps::parseCalibrationFormat(format, options.format)) {
@@ -136,4 +160,17 @@ int main(int argc, char** argv) {
   if (*undistort) return StereoMaps::runUndistort(options, fovFactor);
   if (*vst) return StereoMaps::runSeeThrough(options, planeDepth);
   return StereoMaps::runInfo(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Last resort: every input error is meant to be reported where it is
+  // found, but an exception from a dependency must still end as exit 2.
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "stereo-maps: error: %s\n", e.what());
+  }
+  return StereoMaps::kExitError;
 }

@@ -205,6 +205,15 @@ TYPED_TEST(CameraTest, InitRefusesInvalidIntrinsicsAndPoorFits) {
   model.maxValidDistortionRSq = model.maxValidUndistortionRSq = PREC(0);
   EXPECT_TRUE(cam.init(model));
   EXPECT_EQ(capture.countContaining("AR_ASSERT hasDistortionAt0 && distortionAt0>0 CV/src/Camera/Camera("), 1u);
+
+  // A negative limit (a denominator root below 0.1 gives one) leaves no range
+  // to fit: no point is tested, so the fit error is 0 and init succeeds, but
+  // the camera is not initialised and says so.
+  capture.clear();
+  model.maxValidDistortionRSq = PREC(-0.05);
+  EXPECT_TRUE(cam.init(model));
+  EXPECT_FALSE(cam.isInitialized());
+  EXPECT_EQ(capture.countContaining("AR_ASSERT isInitialized() CV/src/Camera/Camera("), 1u);
 }
 
 TYPED_TEST(CameraTest, LinearCameraIsExactUpToNineFocalLengths) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "AR/Common/Logger.h"
+#include "AR/Math/CheckedConversion.h"
 #include "AR/Math/Constants.h"
 #include "CameraModel/CameraModel.h"
 #include "StereoRectifyWrapperTypes.h"
@@ -68,7 +69,8 @@ CamModel::CameraModel<FloatType> eyeModel(const AR::Math::Vector<FloatType, 2>& 
   model.model = LINEAR;
   model.size = size;
   model.principalPoint = size * FloatType(0.5);
-  model.focalLength = AR::Math::Vector<FloatType, 2>(FloatType(eye.fx), FloatType(eye.fy));
+  model.focalLength = AR::Math::Vector<FloatType, 2>(AR::Math::roundToPrecision<FloatType>(eye.fx),
+                                                     AR::Math::roundToPrecision<FloatType>(eye.fy));
   model.radialDistortionCoeffs = AR::Math::Vector<FloatType, 6>();
   model.tangentialDistortionCoeffs = AR::Math::Vector<FloatType, 2>();
   model.maxValidDistortionRSq = FloatType(kFullValidRSq);
@@ -82,8 +84,11 @@ CamModel::CameraModel<FloatType> eyeModel(const AR::Math::Vector<FloatType, 2>& 
 /// re-orthogonalised once; the translation is the record's position.
 template <typename FloatType>
 AR::Math::SE3<FloatType> eyePose(const XrPosedMRV_t& pose) {
-  AR::Math::Vector<FloatType, 4> q(FloatType(pose.orientation.x), FloatType(pose.orientation.y),
-                                   FloatType(pose.orientation.z), FloatType(pose.orientation.w));
+  // Record doubles beyond the float range become infinities, never an
+  // undefined conversion.
+  const auto narrow = [](double value) { return AR::Math::roundToPrecision<FloatType>(value); };
+  AR::Math::Vector<FloatType, 4> q(narrow(pose.orientation.x), narrow(pose.orientation.y),
+                                   narrow(pose.orientation.z), narrow(pose.orientation.w));
   AR::Math::normalize(q);
   const FloatType x = q(0), y = q(1), z = q(2), w = q(3);
   const FloatType one(1), two(2);
@@ -94,8 +99,8 @@ AR::Math::SE3<FloatType> eyePose(const XrPosedMRV_t& pose) {
   // The SO3 constructor applies the single enforceRotation step.
   return AR::Math::SE3<FloatType>(
       AR::Math::SO3<FloatType>(R),
-      AR::Math::Vector<FloatType, 3>(FloatType(pose.position.x), FloatType(pose.position.y),
-                                     FloatType(pose.position.z)));
+      AR::Math::Vector<FloatType, 3>(narrow(pose.position.x), narrow(pose.position.y),
+                                     narrow(pose.position.z)));
 }
 
 /// The rotation by pi about x: the eye frame of the records looks along -z

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
+#include <type_traits>
 
 #include "LogCapture.h"
 #include "RecordRig.h"
@@ -84,6 +86,19 @@ TYPED_TEST(SeeThroughCalibration, EyeCamerasFollowTheRecordsAndAreLogged) {
            "AR DEBUG: " + text(this->eyePoses[0].translation()) + "\n"})
     EXPECT_TRUE(log.has(line)) << line;
   EXPECT_EQ(log.countContaining("AR_ASSERT"), 0u);
+}
+
+// Record doubles beyond the float range arrive as infinities in float (a
+// plain conversion would be undefined) and unchanged in double.
+TYPED_TEST(SeeThroughCalibration, ValuesBeyondTheFloatRangeBecomeInfinities) {
+  using T = TypeParam;
+  this->left.pose.position.x = 1e39;
+  this->left.pose.position.z = -1e39;
+  this->run();
+  const Vector<T, 3>& t = this->eyes[0].getCamReferenceToLocal().translation();
+  EXPECT_EQ(t(0), T(std::is_same_v<T, float> ? HUGE_VAL : 1e39));
+  EXPECT_EQ(t(2), T(std::is_same_v<T, float> ? -HUGE_VAL : -1e39));
+  EXPECT_EQ(t(1), T(this->left.pose.position.y));
 }
 
 // Both eyes are attempted: one that is not a camera is reported and the other

