@@ -4,7 +4,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "CameraFromRecord.h"
+#include <StereoRectifyWrapper.h>
+
 #include "InputFile.h"
 #include "KalibrImport.h"
 #include "OpenCvImport.h"
@@ -39,22 +40,22 @@ bool loadRecord(const std::string& path, Rig& rig, std::string& error) {
   return true;
 }
 
-/// The library aborts on cameras it cannot build only where its contract
-/// makes that a programming error; the tool turns every such input into a
-/// clear message instead: first the numbers as the library will see them,
-/// then the same float camera the library builds.
+/// The library stops on a fatal assertion for records that its contract
+/// makes a programming error; a front end turns every such input into a
+/// message instead. First the tool's own bounds and the display eyes (which
+/// the library's validation does not examine), then the library's own
+/// verdict on the device record, computed exactly as the entry points will
+/// compute it. Every entry-point call of the tool follows a successful load.
 bool validateRig(const std::string& path, const Rig& rig, std::string& error) {
   std::string why;
   if (!checkRig(rig, why)) {
     error = path + ": " + why;
     return false;
   }
-  for (int i = 0; i < 2; ++i) {
-    AR::CV::Camera<float> camera;
-    if (!cameraFromRecord(rig.device.cameras[i], camera)) {
-      error = path + ": camera " + std::to_string(i) + ": the library cannot build this camera (see its messages above)";
-      return false;
-    }
+  char message[512];
+  if (!ValidateDeviceCalibration(&rig.device, message, sizeof message)) {
+    error = path + ": " + message;
+    return false;
   }
   return true;
 }

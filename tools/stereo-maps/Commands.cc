@@ -58,7 +58,7 @@ double validFraction(const std::vector<float>& x, const std::vector<float>& y) {
 cv::Mat asMat(std::vector<float>& map, int rows, int cols) { return cv::Mat(rows, cols, CV_32FC1, map.data()); }
 
 bool loadInput(const CommonOptions& options, Rig& rig, std::string& error) {
-  QuietLibrary quiet;
+  QuietLibrary quiet(true);
   const std::string path = options.calib.empty() ? defaultCalibrationPath() : options.calib;
   return loadRig(path, options.format, options.fisheye, rig, error);
 }

@@ -78,7 +78,7 @@ int runInfo(const CommonOptions& options) {
   const std::string path = options.calib.empty() ? defaultCalibrationPath() : options.calib;
   bool loaded = false;
   {
-    QuietLibrary quiet;
+    QuietLibrary quiet(true);
     loaded = loadRig(path, options.format, rig, error);
   }
   if (!loaded) {

@@ -20,8 +20,13 @@ void setVerbose(bool verbose) {
                                                      : AR::Common::Logger::LEVEL_WARNING);
 }
 
-QuietLibrary::QuietLibrary() {
+QuietLibrary::QuietLibrary(bool silenceLog) {
   if (gVerbose) return;
+  if (silenceLog) {
+    AR::Common::Logger& logger = AR::Common::Logger::getInstance();
+    savedLevel_ = static_cast<int>(logger.getLevel());
+    logger.setLevel(AR::Common::Logger::LEVEL_OFF);
+  }
   std::fflush(stdout);
   const int devNull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (devNull < 0) return;
@@ -31,6 +36,8 @@ QuietLibrary::QuietLibrary() {
 }
 
 QuietLibrary::~QuietLibrary() {
+  if (savedLevel_ >= 0)
+    AR::Common::Logger::getInstance().setLevel(static_cast<AR::Common::Logger::LEVEL>(savedLevel_));
   if (savedStdout_ < 0) return;
   std::fflush(stdout);
   ::dup2(savedStdout_, STDOUT_FILENO);

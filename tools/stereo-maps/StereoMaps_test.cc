@@ -21,6 +21,7 @@
 #include "CustomRectify.h"
 #include "KalibrImport.h"
 #include "Npy.h"
+#include "OutputDirectory.h"
 #include "RecordRig.h"
 
 namespace fs = std::filesystem;
@@ -380,7 +381,19 @@ INSTANTIATE_TEST_SUITE_P(
                                     device.cameras[1].pose.position = {1e7 + 0.005, 0, 0};
                                   }));
                   },
-                  "needs a baseline"},
+                  "baseline"},
+        ErrorCase{"rational6RootNaN",
+                  [](const fs::path& d) {
+                    // The library's own validation: its message, and none of
+                    // the log lines the camera build writes on the way.
+                    return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
+                                    CameraCalibrationMRV& cam = device.cameras[0];
+                                    cam.distortionModel = RADIAL_6_PARAMETERS;
+                                    for (double& k : cam.k) k = 0.0;
+                                    cam.k[5] = 1e10;
+                                  }));
+                  },
+                  "camera 0 (trackingA0) distortion model"},
         ErrorCase{"positionSquaresBeyondFloat",
                   [](const fs::path& d) {
                     return kCalib("undistort", writeRecord(d / "device.bin", [](DeviceCalibrationMRV& device) {
@@ -445,6 +458,26 @@ TEST_F(ToolTest, RectificationTargetsAreCheckedAndReported) {
     EXPECT_NE(bad.err.find(text), std::string::npos) << bad.err;
     EXPECT_TRUE(noOutputIn("bad"));
   }
+}
+
+TEST_F(ToolTest, AFailedCommitPutsBackWhatItReplaced) {
+  // A staged file that vanished makes the second rename fail after the first
+  // has replaced an older file: the older file must come back.
+  const fs::path out = dir_ / "maps";
+  fs::create_directories(out);
+  writeText(out / "a.npy", "older");
+  const std::vector<std::string> before = listing(dir_);
+  {
+    OutputDirectory directory;
+    std::string error;
+    ASSERT_TRUE(directory.open(out.string(), error)) << error;
+    writeText(directory.stage("a.npy"), "newer");
+    directory.stage("b.npy");  // staged, never written
+    EXPECT_FALSE(directory.commit(error));
+    EXPECT_NE(error.find("b.npy"), std::string::npos) << error;
+  }
+  EXPECT_EQ(listing(dir_), before);
+  EXPECT_EQ(readFile((out / "a.npy").string()), "older");
 }
 
 TEST_F(ToolTest, RecordsTheLibraryWouldRejectAreRefusedBeforeTheCall) {
