@@ -74,10 +74,6 @@ void addImageOptions(CLI::App* command, StereoMaps::CommonOptions& options) {
       ->check(CLI::ExistingFile);
 }
 
-}  // namespace
-
-namespace {
-
 int run(int argc, char** argv) {
   CLI::App app{"stereo-maps: stereo rectification, undistortion and see-through remap tables from a stereo "
                "camera calibration.\nMaps are float32 .npy files (shape height x width) usable directly as "
