@@ -12,15 +12,15 @@ PACKAGES := cmake ninja-build g++ clang libclang-rt-14-dev pkg-config \
             libgtest-dev libgmock-dev libbenchmark-dev \
             libtinyxml2-dev android-liblog-dev \
             libcli11-dev libyaml-cpp-dev libopencv-dev python3-numpy \
-            libhwy-dev
+            libhwy-dev pybind11-dev python3-dev python3-pytest python3-opencv
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps test test-clang test-android-log run bench install-check clean fuzz test-tsan
+.PHONY: deps test test-clang test-android-log run bench install-check clean fuzz test-tsan install
 .PHONY: deps-aarch64 test-aarch64
 
 deps:
-	@missing=$$(for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || echo $$p; done); \
+	@missing=$$(for p in $(PACKAGES); do dpkg-query -W -f='$${db:Status-Abbrev}\n' $$p 2>/dev/null | grep -q "^ii" || echo $$p; done); \
 	if [ -n "$$missing" ]; then \
 	  echo "Installing:" $$missing; \
 	  $(SUDO) apt-get update -qq && \
@@ -67,7 +67,7 @@ deps-aarch64: deps
 
 test-aarch64: deps-aarch64
 	cmake -S . -B build/aarch64 -G Ninja -DCMAKE_BUILD_TYPE=Debug -DAR_SANITIZE=ON \
-	  -DAR_ANDROID_LOG=ON -DAR_BUILD_TOOL=OFF \
+	  -DAR_ANDROID_LOG=ON -DAR_BUILD_TOOL=OFF -DAR_BUILD_PYTHON=OFF \
 	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchains/aarch64-linux-gnu.cmake
 	cmake --build build/aarch64 -j $(JOBS)
 	cd build/aarch64 && ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
@@ -78,12 +78,13 @@ build/release/build.ninja: | deps
 	cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DAR_BUILD_TESTS=OFF
 
 run: deps build/release/build.ninja
-	cmake --build build/release -j $(JOBS) --target stereo-maps
+	cmake --build build/release -j $(JOBS) --target stereo-maps stereo_rectify_native
 	build/release/tools/stereo-maps rectify --out maps
 	@echo
 	@echo "Maps:    $(CURDIR)/maps/left_x.npy left_y.npy right_x.npy right_y.npy (float32, height x width)"
 	@echo "Camera:  $(CURDIR)/maps/rectified.xml"
 	@echo "Preview: $(CURDIR)/maps/preview.png"
+	@echo "Python:  PYTHONPATH=$(CURDIR)/build/release/python /usr/bin/python3 -c 'import stereo_rectify'"
 
 bench: deps build/release/build.ninja
 	cmake --build build/release -j $(JOBS)
@@ -112,6 +113,16 @@ test-tsan: deps build/tsan/build.ninja
 	cmake --build build/tsan -j $(JOBS)
 	cd build/tsan && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/tsan.supp \
 	  ctest --output-on-failure -j $(JOBS)
+
+# The library, its headers and CMake/pkg-config files, stereo-maps and the
+# Python package (into the prefix's Python site directory). PREFIX defaults
+# to /usr/local.
+PREFIX ?= /usr/local
+install: deps
+	cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DAR_BUILD_TESTS=OFF \
+	  -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake --build build/release -j $(JOBS)
+	$(SUDO) cmake --install build/release
 
 clean:
 	rm -rf build maps

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "AR/CV/Camera/StereoCamera.h"
+#include "AR/Common/Macros.h"
 #include "AR/Math/SE3.h"
 #include "CameraModel/CameraModel.h"
 #include "StereoRectifyWrapperTypes.h"
@@ -29,10 +30,11 @@ AR::Math::SE3<float> toXRRD(const XrPosedMRV_t& pose);
 /// with the header vectors, camera 0's inverse pose and its integer field;
 /// the caller zeroes `frame` beforehand. Both cameras are always attempted;
 /// returns true when both were initialised. Reads camera slots 0 and 1
-/// whatever `num_cameras` says.
-bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
-                               AR::CV::FullStereoCameraCalibration<float>& calibration,
-                               DeviceFrameParams& frame);
+/// whatever `num_cameras` says. Exported so that front ends can build maps
+/// for other rectification targets from exactly the rig the entry points use.
+AR_EXPORT bool deviceToStereoCalibration(const DeviceCalibrationMRV* device,
+                                         AR::CV::FullStereoCameraCalibration<float>& calibration,
+                                         DeviceFrameParams& frame);
 
 /// The same conversion for a caller that must not abort: every step that
 /// would reach a fatal assertion (a quaternion without direction in float,

@@ -60,7 +60,7 @@ cv::Mat asMat(std::vector<float>& map, int rows, int cols) { return cv::Mat(rows
 bool loadInput(const CommonOptions& options, Rig& rig, std::string& error) {
   QuietLibrary quiet(true);
   const std::string path = options.calib.empty() ? defaultCalibrationPath() : options.calib;
-  return loadRig(path, options.format, rig, error);
+  return loadRig(path, options.format, options.fisheye, rig, error);
 }
 
 /// A grey image from a regular file of bounded size. The decoded size is
@@ -150,7 +150,7 @@ void addNumber(tinyxml2::XMLElement* parent, const char* name, double value) {
 }
 
 bool writeRectifiedXml(const std::string& path, const CameraCalibrationMRV& cam, float depthConstant,
-                       std::string& error) {
+                       float depthOffset, std::string& error) {
   tinyxml2::XMLDocument doc;
   doc.InsertEndChild(doc.NewDeclaration());
   tinyxml2::XMLElement* root = doc.NewElement("RectifiedCamera");
@@ -172,7 +172,8 @@ bool writeRectifiedXml(const std::string& path, const CameraCalibrationMRV& cam,
   pose->SetAttribute("z", cam.pose.position.z);
   tinyxml2::XMLElement* depth = root->InsertNewChildElement("DepthConstant");
   depth->SetText(static_cast<double>(depthConstant));
-  root->InsertEndChild(doc.NewComment(" depth = DepthConstant / (disparity + offsetX) "));
+  root->InsertNewChildElement("DepthOffset")->SetText(static_cast<double>(depthOffset));
+  root->InsertEndChild(doc.NewComment(" depth = DepthConstant / (disparity + DepthOffset) "));
   if (doc.SaveFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
     error = path + ": cannot be written";
     return false;
@@ -182,7 +183,9 @@ bool writeRectifiedXml(const std::string& path, const CameraCalibrationMRV& cam,
 
 }  // namespace
 
-int runRectify(const CommonOptions& options) {
+int runRectify(const CommonOptions& options) { return runRectify(options, RectifyTarget{}, false); }
+
+int runRectify(const CommonOptions& options, const RectifyTarget& target, bool custom) {
   std::string error;
   Rig rig;
   if (!loadInput(options, rig, error)) return fail(error);
@@ -192,19 +195,35 @@ int runRectify(const CommonOptions& options) {
   if (!(baseline >= 1e-6f) || !std::isfinite(baseline))
     return fail((options.calib.empty() ? defaultCalibrationPath() : options.calib) +
                 ": the two cameras are at the same position; rectification needs a baseline");
+  if (custom && !checkRectifyTarget(rig.device, target, true, error)) return fail(error);
   MapSet maps;
-  const CameraCalibrationMRV& left = rig.device.cameras[0];
-  if (!maps.allocate(left.width, left.height, "camera 0", error)) return fail(error);
+  int width = 0, height = 0;
+  rectifyMapSize(rig.device, target, width, height);
+  if (!maps.allocate(width, height, "the rectified image", error)) return fail(error);
   cv::Mat images[2];
   if (!cameraImages(options, rig, images, error)) return fail(error);
 
   float depthConstant = -1.0f;
+  float depthOffset = 0.0f;
   CameraCalibrationMRV rectified{};
   const uint32_t n = maps.size();
+  bool built = true;
   const double ms = timeMs([&] {
-    CreateRectifyMap(&rig.device, options.allowOutOfImage ? 1u : 0u, maps.leftX.data(), n, maps.leftY.data(), n,
-                     maps.rightX.data(), n, maps.rightY.data(), n, &depthConstant, &rectified);
+    if (custom) {
+      // The same target calibration and map builder, aimed at the user's target.
+      RectifyResult result;
+      built = buildRectifyMaps(rig.device, target, options.allowOutOfImage, maps.leftX.data(), maps.leftY.data(),
+                               maps.rightX.data(), maps.rightY.data(), result, error);
+      depthConstant = result.depthConstant;
+      depthOffset = result.depthOffset;
+      rectified = result.rectified;
+    } else {
+      CreateRectifyMap(&rig.device, options.allowOutOfImage ? 1u : 0u, maps.leftX.data(), n, maps.leftY.data(), n,
+                       maps.rightX.data(), n, maps.rightY.data(), n, &depthConstant, &rectified);
+    }
   });
+  if (!built)
+    return fail((options.calib.empty() ? defaultCalibrationPath() : options.calib) + ": " + error);
 
   const cv::Mat top = sideBySide(images[0], images[1]);
   cv::Mat bottom = sideBySide(remapWithInvalid(images[0], asMat(maps.leftX, maps.rows, maps.cols),
@@ -216,13 +235,14 @@ int runRectify(const CommonOptions& options) {
 
   OutputDirectory out;
   if (!out.open(options.out, error) || !writeMaps(out, maps, error) ||
-      !writeRectifiedXml(out.stage("rectified.xml"), rectified, depthConstant, error) ||
+      !writeRectifiedXml(out.stage("rectified.xml"), rectified, depthConstant, depthOffset, error) ||
       !writePng(out, preview, error) || !out.commit(error))
     return fail(error);
   printSummary("rectify", maps, ms);
   std::printf("  rectified camera: fx %.4f fy %.4f cx %.4f cy %.4f\n", rectified.fx, rectified.fy, rectified.cx,
               rectified.cy);
-  std::printf("  depth constant: %.6g (depth = constant / (disparity + offsetX))\n", depthConstant);
+  std::printf("  depth constant: %.6g, offset: %.6g (depth = constant / (disparity + offset))\n", depthConstant,
+              depthOffset);
   printWritten(out, true);
   return kExitOk;
 }

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "CalibrationInput.h"
+#include "CustomRectify.h"
 
 namespace StereoMaps {
 
@@ -10,6 +11,7 @@ namespace StereoMaps {
 struct CommonOptions {
   std::string calib;  // empty: the bundled example rig
   CalibrationFormat format = CalibrationFormat::Auto;
+  bool fisheye = false;  // an OpenCV calibration's 4 coefficients are the equidistant fisheye's
   std::string out = "maps";
   bool allowOutOfImage = false;
   std::string leftImage, rightImage;  // optional inputs instead of the synthetic scene
@@ -29,6 +31,9 @@ constexpr double kMinPlaneDepth = 1e-3;  // metres
 constexpr double kMaxPlaneDepth = 1e6;
 
 int runRectify(const CommonOptions& options);
+/// With `custom`, the maps aim for `target` instead of CreateRectifyMap's
+/// fixed target (64 disparities, no depth fitting, camera 0's width).
+int runRectify(const CommonOptions& options, const RectifyTarget& target, bool custom);
 int runUndistort(const CommonOptions& options, float fovFactor);
 int runSeeThrough(const CommonOptions& options, float planeDepth);
 int runInfo(const CommonOptions& options);

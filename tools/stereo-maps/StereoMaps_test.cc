@@ -18,6 +18,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "CalibrationInput.h"
+#include "CustomRectify.h"
 #include "KalibrImport.h"
 #include "Npy.h"
 #include "OutputDirectory.h"
@@ -105,7 +106,9 @@ struct Subcommand {
 class ToolSubcommandTest : public ToolTest, public ::testing::WithParamInterface<Subcommand> {};
 
 TEST_P(ToolSubcommandTest, WritesTheLibrarysMapsAndAPreview) {
-  const RunResult r = run(std::string(GetParam().name) + " " + GetParam().args + " --out " + path("maps"));
+  const std::string name = GetParam().name;
+  const std::string command = name.rfind("rectify", 0) == 0 ? "rectify" : name;
+  const RunResult r = run(command + " " + GetParam().args + " --out " + path("maps"));
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("valid pixels"), std::string::npos);
   Rig rig = exampleRig();
@@ -130,6 +133,17 @@ INSTANTIATE_TEST_SUITE_P(
                      CameraCalibrationMRV rectified{};
                      CreateRectifyMap(&rig.device, 0, m.lx.data(), m.n(), m.ly.data(), m.n(), m.rx.data(), m.n(),
                                       m.ry.data(), m.n(), &depth, &rectified);
+                     return m;
+                   }},
+        Subcommand{"rectifyFitted", "--disparities 96 --min-depth 0.5 --max-depth 8 --width 600",
+                   [](Rig& rig) {
+                     const RectifyTarget target{96, 0.5f, 8.0f, 600};
+                     Maps m(600, rig.device.cameras[0].height);
+                     RectifyResult result;
+                     std::string error;
+                     EXPECT_TRUE(buildRectifyMaps(rig.device, target, false, m.lx.data(), m.ly.data(), m.rx.data(),
+                                                  m.ry.data(), result, error))
+                         << error;
                      return m;
                    }},
         Subcommand{"undistort", "--fov 0.8 --allow-out-of-image",
@@ -404,8 +418,47 @@ INSTANTIATE_TEST_SUITE_P(
                     writeText(d / "maps" / "right_x.npy" / "kept", "x");
                     return std::string("rectify");
                   },
-                  "right_x.npy: exists and is not a regular file"}),
+                  "right_x.npy: exists and is not a regular file"},
+        // Found by its header although .yml would otherwise be a Kalibr camchain.
+        ErrorCase{"opencvWithoutSize",
+                  [](const fs::path& d) {
+                    return kCalib("rectify", writeText(d / "stereo.yml", "%YAML:1.0\nK1: 1\n"));
+                  },
+                  "key 'image_size' is missing"},
+        ErrorCase{"opencvSixCoefficients",
+                  [](const fs::path& d) {
+                    return kCalib("rectify --format opencv",
+                                  writeText(d / "stereo.txt",
+                                            "%YAML:1.0\nimage_size: [640, 480]\nK1: !!opencv-matrix\n  rows: 3\n"
+                                            "  cols: 3\n  dt: d\n  data: [300, 0, 320, 0, 300, 240, 0, 0, 1]\n"
+                                            "D1: !!opencv-matrix\n  rows: 1\n  cols: 6\n  dt: d\n"
+                                            "  data: [0, 0, 0, 0, 0, 0]\n"));
+                  },
+                  "key 'D1' holds 6 coefficients"},
+        ErrorCase{"opencvDirectory",
+                  [](const fs::path& d) {
+                    fs::create_directory(d / "stereo.yml");
+                    return kCalib("rectify --format opencv", (d / "stereo.yml").string());
+                  },
+                  "is a directory"}),
     [](const ::testing::TestParamInfo<ErrorCase>& info) { return std::string(info.param.name); });
+
+TEST_F(ToolTest, RectificationTargetsAreCheckedAndReported) {
+  const RunResult fitted = run("rectify --min-depth 1 --max-depth 10 --out " + path("maps"));
+  ASSERT_EQ(fitted.status, 0) << fitted.err;
+  // 64 disparities over 1..10 m: offset 64/9, constant 10 times that.
+  EXPECT_NE(readFile(path("maps/rectified.xml")).find("<DepthOffset>7.11111"), std::string::npos);
+  for (const auto& [args, text] : std::vector<std::pair<std::string, std::string>>{
+           {"--min-depth 5 --max-depth 5", "--min-depth: must be below --max-depth"},
+           {"--width 641", "--width: must be between 1 and camera 0's width 640"},
+           {"--disparities 0", "--disparities: must be between 1"},
+           {"--min-depth 9.999 --max-depth 10", "the rectified pair has no baseline"}}) {
+    const RunResult bad = run("rectify " + args + " --out " + path("bad"));
+    EXPECT_EQ(bad.status, 2) << args;
+    EXPECT_NE(bad.err.find(text), std::string::npos) << bad.err;
+    EXPECT_TRUE(noOutputIn("bad"));
+  }
+}
 
 TEST_F(ToolTest, AFailedCommitPutsBackWhatItReplaced) {
   // A staged file that vanished makes the second rename fail after the first

@@ -45,11 +45,14 @@ const CLI::Validator kNonEmptyPath(
 
 void addCalibrationOptions(CLI::App* command, StereoMaps::CommonOptions& options, std::string& format) {
   command->add_option("--calib", options.calib,
-                      "Calibration: XML calibration file (.xml), Kalibr camchain (.yaml/.yml) or raw "
-                      "DeviceCalibrationMRV record (other extensions). Default: the bundled example rig")
+                      "Calibration: XML calibration file (.xml), Kalibr camchain (.yaml/.yml), OpenCV stereo "
+                      "calibration (.yml/.yaml/.xml written by cv::FileStorage) or raw DeviceCalibrationMRV "
+                      "record (other extensions). Default: the bundled example rig")
       ->check(kNonEmptyPath);
-  command->add_option("--format", format, "Force the calibration format: auto, xml, kalibr or record")
-      ->check(CLI::IsMember({"auto", "xml", "kalibr", "record"}));
+  command->add_option("--format", format, "Force the calibration format: auto, xml, kalibr, record or opencv")
+      ->check(CLI::IsMember({"auto", "xml", "kalibr", "record", "opencv"}));
+  command->add_flag("--fisheye", options.fisheye,
+                    "Read an OpenCV calibration's 4 distortion coefficients as the equidistant fisheye model");
 }
 
 void addOutputOptions(CLI::App* command, StereoMaps::CommonOptions& options) {
@@ -91,6 +94,20 @@ int run(int argc, char** argv) {
   addCalibrationOptions(rectify, options, format);
   addOutputOptions(rectify, options);
   addImageOptions(rectify, options);
+  StereoMaps::RectifyTarget target;
+  CLI::Option* disparities =
+      rectify->add_option("--disparities", target.numDisparities, "Disparity search range in pixels (with --min-depth)")
+          ->capture_default_str();
+  CLI::Option* minDepth =
+      rectify->add_option("--min-depth", target.minDepth,
+                          "Nearest depth in metres reachable within --disparities; 0 keeps fx = fy (no fitting)")
+          ->capture_default_str();
+  CLI::Option* maxDepth =
+      rectify->add_option("--max-depth", target.maxDepth, "Depth in metres of disparity 0 when fitting")
+          ->capture_default_str();
+  CLI::Option* width =
+      rectify->add_option("--width", target.width, "Width of the rectified images; 0 keeps camera 0's width")
+          ->capture_default_str();
 
   CLI::App* undistort = app.add_subcommand("undistort", "Undistortion maps for both cameras");
   undistort->footer("Example: stereo-maps undistort --calib camchain.yaml --fov 0.8 --out maps");
@@ -132,7 +149,10 @@ int run(int argc, char** argv) {
   }
 
   StereoMaps::setVerbose(verbose);
-  if (*rectify) return StereoMaps::runRectify(options);
+  if (*rectify) {
+    const bool custom = disparities->count() + minDepth->count() + maxDepth->count() + width->count() > 0;
+    return StereoMaps::runRectify(options, target, custom);
+  }
   if (*undistort) return StereoMaps::runUndistort(options, fovFactor);
   if (*vst) return StereoMaps::runSeeThrough(options, planeDepth);
   return StereoMaps::runInfo(options);

@@ -8,6 +8,7 @@
 
 #include "InputFile.h"
 #include "KalibrImport.h"
+#include "OpenCvImport.h"
 #include "RigCheck.h"
 #include "XmlImport.h"
 
@@ -66,6 +67,7 @@ bool parseCalibrationFormat(const std::string& text, CalibrationFormat& format) 
   else if (text == "xml") format = CalibrationFormat::Xml;
   else if (text == "kalibr") format = CalibrationFormat::Kalibr;
   else if (text == "record") format = CalibrationFormat::Record;
+  else if (text == "opencv") format = CalibrationFormat::OpenCv;
   else return false;
   return true;
 }
@@ -84,10 +86,24 @@ std::string defaultCalibrationPath() {
 }
 
 bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::string& error) {
+  return loadRig(path, format, false, rig, error);
+}
+
+bool validateRecordRig(const std::string& source, const Rig& rig, std::string& error) {
+  if (rig.device.num_cameras != 2) {
+    error = source + ": num_cameras is " + std::to_string(rig.device.num_cameras) + ", expected 2";
+    return false;
+  }
+  return validateRig(source, rig, error);
+}
+
+bool loadRig(const std::string& path, CalibrationFormat format, bool fisheye, Rig& rig, std::string& error) {
   if (format == CalibrationFormat::Auto) {
     if (endsWith(path, ".xml")) format = CalibrationFormat::Xml;
     else if (endsWith(path, ".yaml") || endsWith(path, ".yml")) format = CalibrationFormat::Kalibr;
     else format = CalibrationFormat::Record;
+    // OpenCV writes .xml and .yml too; its own header tells the files apart.
+    if (format != CalibrationFormat::Record && looksLikeOpenCvStorage(path)) format = CalibrationFormat::OpenCv;
   }
   bool loaded = false;
   switch (format) {
@@ -96,6 +112,9 @@ bool loadRig(const std::string& path, CalibrationFormat format, Rig& rig, std::s
       break;
     case CalibrationFormat::Kalibr:
       loaded = loadKalibrCamchain(path, rig, error);
+      break;
+    case CalibrationFormat::OpenCv:
+      loaded = loadOpenCvStereo(path, fisheye, rig, error);
       break;
     default:
       loaded = loadRecord(path, rig, error);
