@@ -121,6 +121,28 @@ void allocate(Maps& maps, int width, int height, const std::string& what) {
   maps.rightY = newMap(width, height);
 }
 
+/// Runs `build(leftX, leftY, rightX, rightY, count, error)` on the four map
+/// buffers with the GIL released and standard output captured, once the
+/// library has accepted the record; raises ValueError with the refusal
+/// otherwise, or with `error` when `build` itself returns false.
+template <typename Build>
+void fillMaps(const Calibration& calib, Maps& maps, Build build) {
+  const uint32_t n = uint32_t(maps.leftX.size());
+  float* lx = maps.leftX.mutable_data();
+  float* ly = maps.leftY.mutable_data();
+  float* rx = maps.rightX.mutable_data();
+  float* ry = maps.rightY.mutable_data();
+  std::string error;
+  bool accepted = false;
+  {
+    py::gil_scoped_release release;
+    CaptureStdout capture;
+    accepted = libraryAccepts(calib, error) && build(lx, ly, rx, ry, n, error);
+  }
+  flushLog();
+  if (!accepted) throw py::value_error(error);
+}
+
 Calibration load(const std::string& path, const std::optional<std::string>& format, bool fisheye) {
   StereoMaps::CalibrationFormat parsed = StereoMaps::CalibrationFormat::Auto;
   if (format && !StereoMaps::parseCalibrationFormat(*format, parsed))
@@ -171,23 +193,13 @@ RectifyMaps rectify(const Calibration& calib, bool allowOutOfImage, uint32_t num
   StereoMaps::rectifyMapSize(calib.rig.device, target, width, height);
   RectifyMaps maps;
   allocate(maps, width, height, "the rectified image");
-  float* lx = maps.leftX.mutable_data();
-  float* ly = maps.leftY.mutable_data();
-  float* rx = maps.rightX.mutable_data();
-  float* ry = maps.rightY.mutable_data();
   StereoMaps::RectifyResult result;
-  bool accepted = false;
-  {
-    py::gil_scoped_release release;
-    CaptureStdout capture;
-    accepted = libraryAccepts(calib, error);
-    if (accepted) {
-      accepted = StereoMaps::buildRectifyMaps(calib.rig.device, target, allowOutOfImage, lx, ly, rx, ry, result, error);
-      if (!accepted) error = calib.source + ": " + error;
-    }
-  }
-  flushLog();
-  if (!accepted) throw py::value_error(error);
+  fillMaps(calib, maps, [&](float* lx, float* ly, float* rx, float* ry, uint32_t, std::string& err) {
+    if (StereoMaps::buildRectifyMaps(calib.rig.device, target, allowOutOfImage, lx, ly, rx, ry, result, err))
+      return true;
+    err = calib.source + ": " + err;
+    return false;
+  });
   maps.rectifiedCamera.record = result.rectified;
   maps.depthConstant = result.depthConstant;
   maps.depthOffset = result.depthOffset;
@@ -199,22 +211,10 @@ Maps undistort(const Calibration& calib, float fovFactor, bool allowOutOfImage) 
   const CameraCalibrationMRV& left = calib.rig.device.cameras[0];
   Maps maps;
   allocate(maps, left.width, left.height, "camera 0");
-  const uint32_t n = uint32_t(maps.leftX.size());
-  float* lx = maps.leftX.mutable_data();
-  float* ly = maps.leftY.mutable_data();
-  float* rx = maps.rightX.mutable_data();
-  float* ry = maps.rightY.mutable_data();
-  std::string error;
-  bool accepted = false;
-  {
-    py::gil_scoped_release release;
-    CaptureStdout capture;
-    accepted = libraryAccepts(calib, error);
-    if (accepted)
-      CreateUndistortMap(&calib.rig.device, allowOutOfImage ? 1u : 0u, fovFactor, lx, n, ly, n, rx, n, ry, n);
-  }
-  flushLog();
-  if (!accepted) throw py::value_error(error);
+  fillMaps(calib, maps, [&](float* lx, float* ly, float* rx, float* ry, uint32_t n, std::string&) {
+    // The factor was checked above, so the entry point accepts the call.
+    return CreateUndistortMap(&calib.rig.device, allowOutOfImage ? 1u : 0u, fovFactor, lx, n, ly, n, rx, n, ry, n);
+  });
   return maps;
 }
 
@@ -231,23 +231,10 @@ Maps seeThrough(const Calibration& calib, float planeDepth, bool allowOutOfImage
   checkDisplay(rightEye, "right display");
   Maps maps;
   allocate(maps, leftEye.width, leftEye.height, "the left display");
-  const uint32_t n = uint32_t(maps.leftX.size());
-  float* lx = maps.leftX.mutable_data();
-  float* ly = maps.leftY.mutable_data();
-  float* rx = maps.rightX.mutable_data();
-  float* ry = maps.rightY.mutable_data();
-  std::string error;
-  bool accepted = false;
-  {
-    py::gil_scoped_release release;
-    CaptureStdout capture;
-    accepted = libraryAccepts(calib, error);
-    if (accepted)
-      CreateFixedPlaneVSTMaps(&calib.rig.device, &leftEye, &rightEye, planeDepth, allowOutOfImage ? 1u : 0u, lx,
-                              n, ly, n, rx, n, ry, n);
-  }
-  flushLog();
-  if (!accepted) throw py::value_error(error);
+  fillMaps(calib, maps, [&](float* lx, float* ly, float* rx, float* ry, uint32_t n, std::string&) {
+    return CreateFixedPlaneVSTMaps(&calib.rig.device, &leftEye, &rightEye, planeDepth, allowOutOfImage ? 1u : 0u,
+                                   lx, n, ly, n, rx, n, ry, n);
+  });
   return maps;
 }
 
